@@ -91,12 +91,14 @@ template <class T>
 int permute(dense1D<T>& v, const dense1D<unsigned>& p)
 {
     if (v.empty()) return 0;
-    dense1D<T> before;
-    if (!before.copy(v)) return out_of_memory;
+    dense1D<T> moved;
+    if (!moved.copy(v)) return out_of_memory;
 
+    // `v` is written last: it may be the list of places, too.
     const unsigned count = std::min(v.size, p.size);
     for (unsigned i = 0; i < count; ++i)
-        if (p[i] < v.size && p[i] != i) v[p[i]] = before[i];
+        if (p[i] < v.size && p[i] != i) moved[p[i]] = v[i];
+    std::copy(moved.begin(), moved.end(), v.begin());
     return 0;
 }
 
