@@ -135,8 +135,7 @@ std::string histogram::render(unsigned width) const noexcept
             std::snprintf(line, sizeof line, "%12.5g .. %-12.5g %10llu  ", bin_low(i), bin_low(i + 1), bins_[i]);
             text.append(line).append(bar, '#').append("\n");
         }
-        const auto counted = [&](const char* what, counter n)
-        {
+        const auto counted = [&](const char* what, counter n) {
             if (n == 0) return;
             std::snprintf(line, sizeof line, "%28s %10llu\n", what, n);
             text.append(line);

@@ -189,8 +189,7 @@ void add_hole_wall(soup& part, int i, int j)
 void add_outer_side(soup& part)
 {
     std::vector<outline_point> outline;
-    const auto add_border = [&](int i, int j, int side)
-    {
+    const auto add_border = [&](int i, int j, int side) {
         for (int k = side * per_side; k < (side + 1) * per_side; ++k) outline.push_back(on_cell_border(i, j, k));
     };
     for (int i = 0; i < cells_x; ++i) add_border(i, 0, 0);
@@ -224,8 +223,7 @@ void add_outer_side(soup& part)
             profile.push_back({edge_fillet * std::sin(angle), wall + edge_fillet * std::cos(angle)});
     }
 
-    const auto row = [&](const profile_point& p)
-    {
+    const auto row = [&](const profile_point& p) {
         std::vector<point> points;
         for (const outline_point& o : outline) points.push_back({o.x + p.out * o.nx, o.y + p.out * o.ny, p.z});
         return points;
@@ -242,16 +240,14 @@ void add_pin(soup& part, double cx, double cy)
     constexpr double rounding = 1.5;
 
     std::vector<std::pair<double, double>> profile;
-    const auto arc = [&](double cr, double cz, double from, double to)
-    {
+    const auto arc = [&](double cr, double cz, double from, double to) {
         for (int s = 0; s <= fillet_steps; ++s)
         {
             const double angle = from + (to - from) * s / fillet_steps;
             profile.emplace_back(cr + rounding * std::cos(angle), cz + rounding * std::sin(angle));
         }
     };
-    const auto line_to = [&](double r, double z, int steps)
-    {
+    const auto line_to = [&](double r, double z, int steps) {
         const auto [r0, z0] = profile.back();
         for (int s = 1; s < steps; ++s) profile.emplace_back(r0 + (r - r0) * s / steps, z0 + (z - z0) * s / steps);
     };
@@ -267,8 +263,7 @@ void add_pin(soup& part, double cx, double cy)
     line_to(0.0, half_thickness + 6.0, 8);
     profile.emplace_back(0.0, half_thickness + 6.0);
 
-    const auto at = [&](std::size_t s, int k)
-    {
+    const auto at = [&](std::size_t s, int k) {
         const auto [r, z] = profile[s];
         const double angle = 2.0 * pi * (k % around) / around;
         return point{cx + r * std::cos(angle), cy + r * std::sin(angle), z};
@@ -287,8 +282,7 @@ void add_gasket(soup& part, double cx, double cy)
 {
     constexpr int around = 96;
     constexpr int steps = 6;
-    const auto ring = [&](int s)
-    {
+    const auto ring = [&](int s) {
         const double r = hole_radius + 1.0 + 6.0 * s / steps;
         std::vector<point> points;
         for (int k = 0; k <= around; ++k)

@@ -157,8 +157,7 @@ int main(int argc, char** argv)
     out.note("mean quality", number(spread.mean()));
 
     // Files for viewers.
-    const auto write = [&](const char* name, auto&& writer)
-    {
+    const auto write = [&](const char* name, auto&& writer) {
         const std::string path = (folder / name).string();
         if (writer(path.c_str()) != 0) fail(path + " cannot be written.");
         out.line("written", path);

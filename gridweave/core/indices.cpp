@@ -111,12 +111,10 @@ void change_indices(dense1D<unsigned>& ids, const dense1D<unsigned>& new_ids)
 
 void change_indices(dense2D<unsigned>& ids, const dense1D<unsigned>& new_ids)
 {
-    for_each_run(ids.data(), ids.rows, ids.cols, ids.ld,
-                 [&](unsigned* run, std::size_t length)
-                 {
-                     renumber(run, length, new_ids);
-                     return true;
-                 });
+    for_each_run(ids.data(), ids.rows, ids.cols, ids.ld, [&](unsigned* run, std::size_t length) {
+        renumber(run, length, new_ids);
+        return true;
+    });
 }
 
 bool check_IDs(const dense1D<unsigned>& ids, unsigned upper)
@@ -179,12 +177,10 @@ unsigned max_ID(const dense2D<unsigned>& ids)
 {
     if (ids.empty()) return ids.ld == ids.rows ? none_index : 0;
     unsigned answer = 0;
-    for_each_run(ids.data(), ids.rows, ids.cols, ids.ld,
-                 [&](const unsigned* run, std::size_t length)
-                 {
-                     answer = largest(run, length, answer);
-                     return true;
-                 });
+    for_each_run(ids.data(), ids.rows, ids.cols, ids.ld, [&](const unsigned* run, std::size_t length) {
+        answer = largest(run, length, answer);
+        return true;
+    });
     return answer;
 }
 
@@ -208,13 +204,10 @@ int shift_indices(dense2D<unsigned>& ids, int shift, element_type kind)
 {
     if (shift == 0) return 0;
     const bool padded = kind == ELEM_SURF_ANY || kind == ELEM_SOLID_ANY;
-    for_each_run(ids.data(), ids.rows, ids.cols, ids.ld,
-                 [&](unsigned* run, std::size_t length)
-                 {
-                     padded ? shift_all_but_none(run, length, static_cast<unsigned>(shift))
-                            : shift_all(run, length, static_cast<unsigned>(shift));
-                     return true;
-                 });
+    for_each_run(ids.data(), ids.rows, ids.cols, ids.ld, [&](unsigned* run, std::size_t length) {
+        padded ? shift_all_but_none(run, length, static_cast<unsigned>(shift)) : shift_all(run, length, static_cast<unsigned>(shift));
+        return true;
+    });
     return 0;
 }
 

@@ -141,8 +141,7 @@ void for_each_element(topology t, const dense2D<unsigned>& connectivity, Worker&
     const unsigned count = connectivity.cols;
     const std::size_t step = connectivity.ld;
 
-    const auto go_on = [&](auto shape, unsigned element, const unsigned* nodes)
-    {
+    const auto go_on = [&](auto shape, unsigned element, const unsigned* nodes) {
         if constexpr (std::is_same_v<decltype(worker(shape, element, nodes)), bool>)
             return worker(shape, element, nodes);
         else
@@ -151,8 +150,7 @@ void for_each_element(topology t, const dense2D<unsigned>& connectivity, Worker&
             return true;
         }
     };
-    const auto all_of_one = [&](auto shape)
-    {
+    const auto all_of_one = [&](auto shape) {
         for (unsigned element = 0; element < count; ++element, column += step)
             if (!go_on(shape, element, column)) return;
     };

@@ -79,11 +79,9 @@ void add_pyramids(dense2D<unsigned>& connectivity, unsigned rows, const std::arr
 
 void set_middles(mesh& m, unsigned n, unsigned first_middle)
 {
-    for_each_cube(n,
-                  [&](const auto& c, unsigned cell)
-                  {
-                      for (unsigned r = 0; r < 3; ++r) m.pos(r, first_middle + cell) = 0.5 * (m.pos(r, c[0]) + m.pos(r, c[6]));
-                  });
+    for_each_cube(n, [&](const auto& c, unsigned cell) {
+        for (unsigned r = 0; r < 3; ++r) m.pos(r, first_middle + cell) = 0.5 * (m.pos(r, c[0]) + m.pos(r, c[6]));
+    });
 }
 
 } // namespace
@@ -91,12 +89,10 @@ void set_middles(mesh& m, unsigned n, unsigned first_middle)
 mesh grid_of_triangles(unsigned n, unsigned rows)
 {
     mesh m{grid_points(n, 2, rows), {}, ELEM_TRIA3};
-    for_each_square(n,
-                    [&](const auto& c, unsigned)
-                    {
-                        add(m.connectivity, 3, {c[0], c[1], c[2]});
-                        add(m.connectivity, 3, {c[0], c[2], c[3]});
-                    });
+    for_each_square(n, [&](const auto& c, unsigned) {
+        add(m.connectivity, 3, {c[0], c[1], c[2]});
+        add(m.connectivity, 3, {c[0], c[2], c[3]});
+    });
     return m;
 }
 
@@ -113,11 +109,9 @@ mesh grid_of_tetrahedra(unsigned n)
     // Six around the diagonal from corner 0 to corner 6. A positive tetrahedron sees its first three nodes counter-clockwise from the
     // fourth one's far side: the determinant of (p0 - p3, p1 - p3, p2 - p3) is positive.
     constexpr unsigned ring[7] = {1, 2, 3, 7, 4, 5, 1};
-    for_each_cube(n,
-                  [&](const auto& c, unsigned)
-                  {
-                      for (unsigned k = 0; k < 6; ++k) add(m.connectivity, 4, {c[ring[k]], c[ring[k + 1]], c[6], c[0]});
-                  });
+    for_each_cube(n, [&](const auto& c, unsigned) {
+        for (unsigned k = 0; k < 6; ++k) add(m.connectivity, 4, {c[ring[k]], c[ring[k + 1]], c[6], c[0]});
+    });
     return m;
 }
 
@@ -131,12 +125,10 @@ mesh grid_of_hexahedra(unsigned n)
 mesh grid_of_wedges(unsigned n)
 {
     mesh m{grid_points(n, 3, 3), {}, ELEM_PENTA6};
-    for_each_cube(n,
-                  [&](const auto& c, unsigned)
-                  {
-                      add(m.connectivity, 6, {c[0], c[1], c[2], c[4], c[5], c[6]});
-                      add(m.connectivity, 6, {c[0], c[2], c[3], c[4], c[6], c[7]});
-                  });
+    for_each_cube(n, [&](const auto& c, unsigned) {
+        add(m.connectivity, 6, {c[0], c[1], c[2], c[4], c[5], c[6]});
+        add(m.connectivity, 6, {c[0], c[2], c[3], c[4], c[6], c[7]});
+    });
     return m;
 }
 
@@ -152,17 +144,15 @@ mesh grid_of_pyramids(unsigned n)
 mesh mixed_surface(unsigned n)
 {
     mesh m{grid_points(n, 2, 2), {}, ELEM_SURF_ANY};
-    for_each_square(n,
-                    [&](const auto& c, unsigned cell)
-                    {
-                        if (cell % 2)
-                        {
-                            add(m.connectivity, 4, {c[0], c[1], c[2]});
-                            add(m.connectivity, 4, {c[0], c[2], c[3]});
-                        }
-                        else
-                            add(m.connectivity, 4, {c[0], c[1], c[2], c[3]});
-                    });
+    for_each_square(n, [&](const auto& c, unsigned cell) {
+        if (cell % 2)
+        {
+            add(m.connectivity, 4, {c[0], c[1], c[2]});
+            add(m.connectivity, 4, {c[0], c[2], c[3]});
+        }
+        else
+            add(m.connectivity, 4, {c[0], c[1], c[2], c[3]});
+    });
     return m;
 }
 
@@ -171,21 +161,19 @@ mesh mixed_solid(unsigned n)
     const unsigned corners = (n + 1) * (n + 1) * (n + 1);
     mesh m{grid_points(n, 3, 3, n * n * n), {}, ELEM_SOLID_ANY};
     constexpr unsigned ring[7] = {1, 2, 3, 7, 4, 5, 1};
-    for_each_cube(n,
-                  [&](const auto& c, unsigned cell)
-                  {
-                      switch (cell % 4)
-                      {
-                      case 0: add(m.connectivity, 8, {c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]}); break;
-                      case 1:
-                          add(m.connectivity, 8, {c[0], c[1], c[2], c[4], c[5], c[6]});
-                          add(m.connectivity, 8, {c[0], c[2], c[3], c[4], c[6], c[7]});
-                          break;
-                      case 2: add_pyramids(m.connectivity, 8, c, corners + cell); break;
-                      default:
-                          for (unsigned k = 0; k < 6; ++k) add(m.connectivity, 8, {c[ring[k]], c[ring[k + 1]], c[6], c[0]});
-                      }
-                  });
+    for_each_cube(n, [&](const auto& c, unsigned cell) {
+        switch (cell % 4)
+        {
+        case 0: add(m.connectivity, 8, {c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]}); break;
+        case 1:
+            add(m.connectivity, 8, {c[0], c[1], c[2], c[4], c[5], c[6]});
+            add(m.connectivity, 8, {c[0], c[2], c[3], c[4], c[6], c[7]});
+            break;
+        case 2: add_pyramids(m.connectivity, 8, c, corners + cell); break;
+        default:
+            for (unsigned k = 0; k < 6; ++k) add(m.connectivity, 8, {c[ring[k]], c[ring[k + 1]], c[6], c[0]});
+        }
+    });
     set_middles(m, n, corners);
     return m;
 }
@@ -207,8 +195,7 @@ std::vector<mesh> all_linear_meshes(unsigned n)
 mesh shuffled(const mesh& m, std::uint32_t seed)
 {
     random_source random(seed);
-    const auto shuffled_order = [&](unsigned count)
-    {
+    const auto shuffled_order = [&](unsigned count) {
         std::vector<unsigned> order(count);
         std::iota(order.begin(), order.end(), 0u);
         for (unsigned i = 1; i < count; ++i) std::swap(order[i], order[random.below(i + 1)]);
