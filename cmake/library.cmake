@@ -27,6 +27,7 @@ function(gridweave_library target output)
         PROPERTIES OUTPUT_NAME ${output}
                    VERSION ${PROJECT_VERSION}
                    SOVERSION ${PROJECT_VERSION_MAJOR}
+                   INSTALL_RPATH $ORIGIN # the three libraries find each other wherever they are installed
                    CXX_EXTENSIONS OFF
                    CXX_VISIBILITY_PRESET hidden
                    VISIBILITY_INLINES_HIDDEN ON
