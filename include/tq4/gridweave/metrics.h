@@ -2,14 +2,152 @@
 
 /// Metric fields: validity, eigenstructure and bounds, intersection and union, conversions, size generation, gradation and variation
 /// limits.
+///
+/// A metric describes the wanted element size at a node, in one of two forms that are never mixed in one field:
+///   - isotropic: the size h itself, a length. A field is a `dense1D<double>` with one size per node.
+///   - anisotropic: a symmetric positive definite tensor M of inverse squared sizes. Along a unit vector u the size is
+///     1 / sqrt(uT M u), and the size h in all directions is M = (1 / h^2) I. A field is a `dense2D<double>` with one column per node
+///     that holds the packed upper triangle: 3 rows (m00, m01, m11) in 2-D, 6 rows (m00, m01, m11, m02, m12, m22) in 3-D. The rows alone
+///     tell the dimension; a matrix of any other row count is no metric field.
+///
+/// DBL_MAX, the largest finite double, stands for the absence of an upper limit. Every function is re-entrant; none throws.
 
 #include <tq4/export.h>
 #include <tq4/gridweave/core.h>
+#include <tq4/numcore/fixed.h>
 
 namespace tq4
 {
 namespace gridweave
 {
+
+// ---------------------------------------------------------------------------------------------------------------------------- validity
+
+/// True when the smallest eigenvalue of the tensor is above 0. A tensor with a NaN or infinite entry is not valid. The condition number is
+/// not looked at. In 3-D the answer is that of LAPACK's `dspev`, which is called only where rounding leaves a doubt.
+TQ4_GRIDWEAVE_API bool is_valid_metric(const symmetric_fixed<double, 2>& M);
+TQ4_GRIDWEAVE_API bool is_valid_metric(const symmetric_fixed<double, 3>& M);
+
+/// The first size h without 0 < h < DBL_MAX (so 0, negatives, DBL_MAX, infinity and NaN are invalid).
+/// @return its index, or `sizes.size` when there is none
+TQ4_GRIDWEAVE_API unsigned first_invalid_metric(const dense1D<double>& sizes);
+
+/// The first column that is no valid tensor.
+/// @param metrics  3 or 6 rows × nodes
+/// @return its index, or `metrics.cols` when there is none; 0 when the rows are neither 3 nor 6
+TQ4_GRIDWEAVE_API unsigned first_invalid_metric(const dense2D<double>& metrics);
+
+/// The same among listed nodes. An index at or beyond the end of the field counts as invalid.
+/// @return the position in `indices` of the first one, or `indices.size` when there is none; 0 also when a tensor field has neither 3 nor
+///         6 rows
+TQ4_GRIDWEAVE_API unsigned first_invalid_metric(const dense1D<unsigned>& indices, const dense1D<double>& sizes);
+TQ4_GRIDWEAVE_API unsigned first_invalid_metric(const dense1D<unsigned>& indices, const dense2D<double>& metrics);
+
+/// True when `first_invalid_metric` of the same arguments finds none: when it equals the size (for a matrix the columns) of the first
+/// argument. So an empty list is valid, and a matrix with columns but neither 3 nor 6 rows is not.
+TQ4_GRIDWEAVE_API bool are_valid_metrics(const dense1D<double>& sizes);
+TQ4_GRIDWEAVE_API bool are_valid_metrics(const dense2D<double>& metrics);
+TQ4_GRIDWEAVE_API bool are_valid_metrics(const dense1D<unsigned>& indices, const dense1D<double>& sizes);
+TQ4_GRIDWEAVE_API bool are_valid_metrics(const dense1D<unsigned>& indices, const dense2D<double>& metrics);
+
+/// Lists the valid columns.
+/// @param metrics  3 or 6 rows × nodes; with any other row count nothing is listed
+/// @param indices  appended to, in ascending order. Where memory runs out an index is dropped silently.
+TQ4_GRIDWEAVE_API void valid_metrics(const dense2D<double>& metrics, dense1D<unsigned>& indices);
+
+/// Replaces sizes of 0 or less by positive fallbacks, over the shorter of both vectors. This is weaker than validity: a size that is NaN,
+/// infinite or DBL_MAX stays, and a fallback that is NaN or not positive is never taken.
+/// @param sizes  changed in place
+/// @return how many sizes were replaced
+TQ4_GRIDWEAVE_API int overwrite_invalid_metrics(dense1D<double>& sizes, const dense1D<double>& fallback);
+
+/// Replaces invalid columns by valid fallback columns, over the shorter of both matrices.
+/// @param metrics   3 or 6 rows × nodes, changed in place; an empty one returns 0 at once
+/// @param fallback  as many rows as `metrics`
+/// @return how many columns were replaced; -1 when the rows of `metrics` are neither 3 nor 6, -2 when those of `fallback` are neither or
+///         differ from those of `metrics`
+TQ4_GRIDWEAVE_API int overwrite_invalid_metrics(dense2D<double>& metrics, const dense2D<double>& fallback);
+
+/// Replaces invalid columns by the isotropic tensor of a positive fallback size, over the shorter of both.
+/// @param metrics  3 or 6 rows × nodes, changed in place; an empty one returns 0 at once
+/// @return how many columns were replaced; -1 when the rows of `metrics` are neither 3 nor 6
+TQ4_GRIDWEAVE_API int overwrite_invalid_metrics(dense2D<double>& metrics, const dense1D<double>& fallback);
+
+// ----------------------------------------------------------------------------------------------------------- eigenstructure and bounds
+
+/// Eigenvalues and unit eigenvectors of one tensor: in closed form in 2-D, by LAPACK's `dspev` in 3-D.
+/// @param values   in ascending order
+/// @param vectors  column k belongs to value k. In 2-D the second is the first after a quarter turn, and a multiple of the unit tensor has
+///                 (1, 0) and (0, 1).
+/// @return false when an eigenvalue (2-D) or an entry of the tensor (3-D) is infinite or NaN, or `dspev` does not converge; the outputs
+///         then hold what was written so far
+TQ4_GRIDWEAVE_API bool eigen_pairs(const symmetric_fixed<double, 2>& M, vector_fixed<double, 2>& values,
+                                   matrix_fixed<double, 2, 2>& vectors);
+TQ4_GRIDWEAVE_API bool eigen_pairs(const symmetric_fixed<double, 3>& M, vector_fixed<double, 3>& values,
+                                   matrix_fixed<double, 3, 3>& vectors);
+
+/// Eigenvalues and unit eigenvectors of a pair: B x = lambda A x, reduced to the problem of one tensor by a Cholesky factor of A.
+/// @param values   in ascending order for a positive definite A
+/// @param vectors  column k belongs to value k
+/// @return false when A is not positive definite (in 2-D also when its first entry is 0; a negative definite one passes there), when the
+///         reduced problem has no finite eigenvalues, or in 3-D when an entry is infinite or NaN or `dspev` does not converge; the outputs
+///         then hold what was written so far. In 3-D a semidefinite A may pass: its eigenvalues are then infinite or NaN.
+TQ4_GRIDWEAVE_API bool eigen_pairs(const symmetric_fixed<double, 2>& A, const symmetric_fixed<double, 2>& B,
+                                   vector_fixed<double, 2>& values, matrix_fixed<double, 2, 2>& vectors);
+TQ4_GRIDWEAVE_API bool eigen_pairs(const symmetric_fixed<double, 3>& A, const symmetric_fixed<double, 3>& B,
+                                   vector_fixed<double, 3>& values, matrix_fixed<double, 3, 3>& vectors);
+
+/// Limits the sizes of one tensor to hmin ... hmax. When the bounds cross, hmax wins in all directions. A tensor without finite
+/// eigenvalues is replaced by the isotropic one of size hmin, where there is an hmin.
+/// @param M     changed in place
+/// @param hmin  smallest size; 0 or less for none
+/// @param hmax  largest size; DBL_MAX, or 0 or less, for none
+/// @return 1 when the tensor changed and is valid, 0 when not (no bound at all, nothing to change, a broken tensor without an hmin, or a
+///         changed one that is not valid by rounding); -2 when hmin is infinite or NaN, -3 when hmax is. With hmin of 0 or less and an
+///         hmax of exactly DBL_MAX the answer is 0 before all tests.
+TQ4_GRIDWEAVE_API int bound_metric(symmetric_fixed<double, 2>& M, double hmin, double hmax);
+TQ4_GRIDWEAVE_API int bound_metric(symmetric_fixed<double, 3>& M, double hmin, double hmax);
+
+/// Limits sizes to hmin ... hmax. Sizes below hmin become hmin, others above hmax become hmax; NaN stays. Unlike with tensors an hmax of 0
+/// or less is a real limit, and so is an hmin of 0 or less unless hmax is DBL_MAX.
+/// @param sizes    changed in place
+/// @param changed  replaced, even when the call fails: indices of the changed sizes, ascending. Where memory runs out an index is dropped
+///                 silently; its size has still been changed.
+/// @return how many sizes changed (the size of `changed` where there is one); 0 for an empty vector, then 0 with hmin of 0 or less and an
+///         hmax of exactly DBL_MAX; -2 when hmin is infinite or NaN, -3 when hmax is
+TQ4_GRIDWEAVE_API int bound_metrics(dense1D<double>& sizes, double hmin, double hmax);
+TQ4_GRIDWEAVE_API int bound_metrics(dense1D<double>& sizes, double hmin, double hmax, dense1D<unsigned>& changed);
+
+/// `bound_metric` for every column.
+/// @param metrics  3 or 6 rows × nodes, changed in place
+/// @param changed  replaced, even when the call fails: indices of the columns that count, ascending. Where memory runs out an index is
+///                 dropped silently; its column has still been changed.
+/// @return how many columns changed and are valid (the size of `changed` where there is one); 0 for an empty matrix, then 0 with hmin of 0
+///         or less and an hmax of exactly DBL_MAX; -1 when the rows are neither 3 nor 6; -2 when hmin is infinite or NaN, -3 when hmax is
+TQ4_GRIDWEAVE_API int bound_metrics(dense2D<double>& metrics, double hmin, double hmax);
+TQ4_GRIDWEAVE_API int bound_metrics(dense2D<double>& metrics, double hmin, double hmax, dense1D<unsigned>& changed);
+
+// ---------------------------------------------------------------------------------------------------------------- intersection and union
+
+/// The metric that asks for the smaller size of two in every direction of their common basis (metric intersection by simultaneous
+/// reduction).
+/// @param result  replaced; may be A or B. A copy of A when the call fails.
+/// @return false when the pair cannot be reduced: A is not positive definite, or a value of the result is not strictly between 0 and
+///         DBL_MAX. In 3-D an infinite or NaN entry in A or B is such a case. A B that is not positive definite may pass: its values are
+///         not the larger ones.
+TQ4_GRIDWEAVE_API bool minimum_metric(const symmetric_fixed<double, 2>& A, const symmetric_fixed<double, 2>& B,
+                                      symmetric_fixed<double, 2>& result);
+TQ4_GRIDWEAVE_API bool minimum_metric(const symmetric_fixed<double, 3>& A, const symmetric_fixed<double, 3>& B,
+                                      symmetric_fixed<double, 3>& result);
+
+/// The metric that asks for the larger size of two in every direction of their common basis (metric union).
+/// @param result  replaced; may be A or B. A copy of A when the call fails.
+/// @return false when the pair cannot be reduced: A or B is not positive definite, or a value of the result is not strictly between 0 and
+///         DBL_MAX. In 3-D an infinite or NaN entry in A or B is such a case.
+TQ4_GRIDWEAVE_API bool maximum_metric(const symmetric_fixed<double, 2>& A, const symmetric_fixed<double, 2>& B,
+                                      symmetric_fixed<double, 2>& result);
+TQ4_GRIDWEAVE_API bool maximum_metric(const symmetric_fixed<double, 3>& A, const symmetric_fixed<double, 3>& B,
+                                      symmetric_fixed<double, 3>& result);
 
 } // namespace gridweave
 } // namespace tq4
