@@ -1,0 +1,397 @@
+#include "gridweave/io/number_text.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cfloat>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tq4::gridweave
+{
+
+namespace
+{
+
+__extension__ using uint128 = unsigned __int128;
+
+// 5^27 is the largest power of five below 2^63, so a 53-bit mantissa times any of these is exact in 128 bits.
+constexpr int largest_power = 27;
+
+constexpr auto powers_of_five = []
+{
+    std::array<std::uint64_t, largest_power + 1> table{1};
+    for (std::size_t k = 1; k < table.size(); ++k) table[k] = table[k - 1] * 5;
+    return table;
+}();
+
+constexpr auto powers_of_ten = []
+{
+    std::array<std::uint64_t, 20> table{1};
+    for (std::size_t k = 1; k < table.size(); ++k) table[k] = table[k - 1] * 10;
+    return table;
+}();
+
+// The powers of ten that a double holds exactly.
+constexpr std::array<double, 23> exact_powers_of_ten{1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                                     1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+constexpr auto digit_pairs = []
+{
+    std::array<char, 200> table{};
+    for (unsigned k = 0; k < 100; ++k)
+    {
+        table[2 * k] = static_cast<char>('0' + k / 10);
+        table[2 * k + 1] = static_cast<char>('0' + k % 10);
+    }
+    return table;
+}();
+
+/// A magnitude as mantissa × 2^exponent.
+struct binary_parts
+{
+    std::uint64_t mantissa;
+    int exponent;
+};
+
+binary_parts parts_of(double magnitude)
+{
+    const auto bits = std::bit_cast<std::uint64_t>(magnitude);
+    const auto biased = static_cast<int>(bits >> 52);
+    const std::uint64_t fraction = bits & ((std::uint64_t{1} << 52) - 1);
+    return biased ? binary_parts{fraction | (std::uint64_t{1} << 52), biased - 1075} : binary_parts{fraction, -1074};
+}
+
+/// A magnitude times a power of ten as its whole part and how what is left compares with one half.
+struct scaled
+{
+    std::uint64_t whole;
+    int rest_to_half; ///< below, at or above one half: negative, 0, positive
+
+    /// To the nearest, ties to even: what the C library's formatted output does.
+    std::uint64_t rounded() const { return whole + (rest_to_half > 0 || (rest_to_half == 0 && (whole & 1))); }
+};
+
+/// magnitude × 10^power without any rounding, for 0 <= power <= largest_power and a whole part that fits in 64 bits.
+scaled scale_up(const binary_parts& parts, int power)
+{
+    const uint128 product = uint128{parts.mantissa} * powers_of_five[static_cast<std::size_t>(power)];
+    const int shift = -(parts.exponent + power);
+    if (shift <= 0) return {static_cast<std::uint64_t>(product << -shift), -1};
+    // The product is below 2^116: everything there is lies below one half.
+    if (shift > 117) return {0, -1};
+    const uint128 half = uint128{1} << (shift - 1);
+    const uint128 rest = product & ((half << 1) - 1);
+    return {static_cast<std::uint64_t>(product >> shift), rest < half ? -1 : rest > half};
+}
+
+/// magnitude / 10^power without any rounding, for a magnitude below 2^63.
+scaled scale_down(double magnitude, int power)
+{
+    const auto whole = static_cast<std::uint64_t>(magnitude);
+    const std::uint64_t divisor = powers_of_ten[static_cast<std::size_t>(power)];
+    const std::uint64_t rest = whole % divisor;
+    const std::uint64_t half = divisor / 2;
+    int rest_to_half = rest < half ? -1 : rest > half;
+    if (rest_to_half == 0 && static_cast<double>(whole) != magnitude) rest_to_half = 1;
+    return {whole / divisor, rest_to_half};
+}
+
+/// `count` significant decimal digits of a magnitude: digits × 10^(exponent - count + 1).
+struct decimal_parts
+{
+    std::uint64_t digits = 0;
+    int exponent = 0;
+};
+
+/// Rounds a magnitude to `count` digits (1 to 17). False where exact arithmetic in 128 bits does not reach: below about 1e-20 and from
+/// 2^63 on.
+bool round_to_digits(double magnitude, int count, decimal_parts& result)
+{
+    result = {};
+    if (magnitude == 0) return true;
+    if (!(magnitude < 0x1p63)) return false;
+
+    const binary_parts parts = parts_of(magnitude);
+    const std::uint64_t limit = powers_of_ten[static_cast<std::size_t>(count)];
+    // 1233 / 4096 is log10(2) to within what one correction mends.
+    int exponent = ((parts.exponent + 52) * 1233) >> 12;
+    for (;;)
+    {
+        const int power = count - 1 - exponent;
+        if (power > largest_power) return false;
+        const scaled value = power >= 0 ? scale_up(parts, power) : scale_down(magnitude, -power);
+        if (value.whole >= limit)
+        {
+            ++exponent;
+            continue;
+        }
+        if (value.whole < limit / 10)
+        {
+            --exponent;
+            continue;
+        }
+        const std::uint64_t digits = value.rounded();
+        const bool carried = digits == limit;
+        result = {carried ? limit / 10 : digits, exponent + carried};
+        return true;
+    }
+}
+
+/// Writes `count` digits of `value`, with leading zeros.
+char* put_digits(char* out, std::uint64_t value, int count)
+{
+    char* const end = out + count;
+    char* at = end;
+    for (; at - out >= 2; value /= 100) std::memcpy(at -= 2, &digit_pairs[2 * (value % 100)], 2);
+    if (at != out) *out = static_cast<char>('0' + value % 10);
+    return end;
+}
+
+int digit_count(std::uint64_t value)
+{
+    int count = 1;
+    while (count < 20 && value >= powers_of_ten[static_cast<std::size_t>(count)]) ++count;
+    return count;
+}
+
+/// Writes d.ddd with `count` digits.
+char* put_mantissa(char* out, std::uint64_t digits, int count)
+{
+    char* const end = put_digits(out + 1, digits, count);
+    out[0] = out[1];
+    if (count == 1) return out + 1;
+    out[1] = '.';
+    return end;
+}
+
+/// Writes e+dd, with a third digit where it is needed.
+char* put_exponent(char* out, int exponent)
+{
+    *out++ = 'e';
+    *out++ = exponent < 0 ? '-' : '+';
+    const int size = std::abs(exponent);
+    return put_digits(out, static_cast<std::uint64_t>(size), size < 100 ? 2 : 3);
+}
+
+/// Writes `value` / 10^`decimals` with a point, and without one if there are no decimals.
+char* put_fixed(char* out, std::uint64_t value, int decimals)
+{
+    if (decimals == 0) return put_digits(out, value, digit_count(value));
+    const std::uint64_t unit = powers_of_ten[static_cast<std::size_t>(decimals)];
+    out = put_digits(out, value / unit, digit_count(value / unit));
+    *out++ = '.';
+    return put_digits(out, value % unit, decimals);
+}
+
+// The three notations for a magnitude. Null where exact arithmetic in 128 bits does not reach.
+
+char* put_scientific(char* out, double magnitude, int precision)
+{
+    decimal_parts decimal;
+    if (!round_to_digits(magnitude, precision + 1, decimal)) return nullptr;
+    return put_exponent(put_mantissa(out, decimal.digits, precision + 1), decimal.exponent);
+}
+
+char* put_fixed_point(char* out, double magnitude, int precision)
+{
+    const double limit = 0x1p62 / exact_powers_of_ten[static_cast<std::size_t>(precision)];
+    if (!(magnitude < limit)) return nullptr;
+    return put_fixed(out, scale_up(parts_of(magnitude), precision).rounded(), precision);
+}
+
+char* put_general(char* out, double magnitude, int precision)
+{
+    decimal_parts decimal;
+    if (!round_to_digits(magnitude, precision, decimal)) return nullptr;
+    int count = precision;
+    for (; count > 1 && decimal.digits % 10 == 0; --count) decimal.digits /= 10;
+
+    if (decimal.exponent < -4 || decimal.exponent >= precision)
+        return put_exponent(put_mantissa(out, decimal.digits, count), decimal.exponent);
+    // A whole number gets back the zeros before its point.
+    const int decimals = count - 1 - decimal.exponent;
+    if (decimals < 0) return put_fixed(out, decimal.digits * powers_of_ten[static_cast<std::size_t>(-decimals)], 0);
+    return put_fixed(out, decimal.digits, decimals);
+}
+
+char* put_magnitude(char* out, double magnitude, const real_format& format)
+{
+    // 10^precision is exact up to 17 digits in each of the three; no file format asks for more.
+    if (format.precision > 16 || format.precision < 1) return nullptr;
+    switch (format.conversion)
+    {
+    case 'f': return put_fixed_point(out, magnitude, format.precision);
+    case 'g': return put_general(out, magnitude, format.precision);
+    default: return put_scientific(out, magnitude, format.precision);
+    }
+}
+
+std::chars_format notation_of(const real_format& format)
+{
+    if (format.conversion == 'f') return std::chars_format::fixed;
+    return format.conversion == 'g' ? std::chars_format::general : std::chars_format::scientific;
+}
+
+/// Moves the text from `begin` to `end` to the right until it is `width` characters long.
+char* align_right(char* begin, char* end, int width)
+{
+    const std::ptrdiff_t missing = width - (end - begin);
+    if (missing <= 0) return end;
+    std::memmove(begin + missing, begin, static_cast<std::size_t>(end - begin));
+    std::fill_n(begin, missing, ' ');
+    return end + missing;
+}
+
+constexpr bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+/// True for a character that a conversion of the C library may take as part of the number before it.
+constexpr bool may_continue_number(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' || c == '+' || c == '-' || c == '_';
+}
+
+} // namespace
+
+char* write_real(char* out, double value, const real_format& format)
+{
+    char* at = out;
+    if (std::signbit(value)) *at++ = '-';
+    const double magnitude = std::fabs(value);
+    char* end = put_magnitude(at, magnitude, format);
+    if (!end) end = std::to_chars(at, out + longest_number, magnitude, notation_of(format), format.precision).ptr;
+    if (format.conversion == 'E') std::replace(at, end, 'e', 'E');
+    return align_right(out, end, format.width);
+}
+
+char* write_real_by_c_library(char* out, double value, const real_format& format)
+{
+    const int count = [&]
+    {
+        switch (format.conversion)
+        {
+        case 'f': return std::snprintf(out, longest_number, "%*.*f", format.width, format.precision, value);
+        case 'g': return std::snprintf(out, longest_number, "%*.*g", format.width, format.precision, value);
+        case 'E': return std::snprintf(out, longest_number, "%*.*E", format.width, format.precision, value);
+        default: return std::snprintf(out, longest_number, "%*.*e", format.width, format.precision, value);
+        }
+    }();
+    return out + std::clamp(count, 0, static_cast<int>(longest_number) - 1);
+}
+
+char* write_integer(char* out, int value, int width)
+{
+    char* at = out;
+    std::uint64_t magnitude = static_cast<unsigned>(value);
+    if (value < 0)
+    {
+        *at++ = '-';
+        magnitude = 0u - static_cast<unsigned>(value);
+    }
+    return align_right(out, put_digits(at, magnitude, digit_count(magnitude)), width);
+}
+
+bool c_library_uses_decimal_point()
+{
+    // Asking for a number is safe beside other threads, which `localeconv` is not.
+    char probe[16];
+    std::snprintf(probe, sizeof probe, "%.1f", 0.5);
+    return std::strcmp(probe, "0.5") == 0;
+}
+
+const char* scan_real(const char* text, const char* end, double& value)
+{
+    const char* at = text;
+    const bool negative = at != end && *at == '-';
+    if (at != end && (*at == '-' || *at == '+')) ++at;
+    const char* const unsigned_text = at;
+
+    // The digits as a whole number; leading zeros do not count as digits of it.
+    std::uint64_t mantissa = 0;
+    const char* first_digit = nullptr;
+    std::ptrdiff_t point = 0; // digits behind the point
+    const auto take_digits = [&]
+    {
+        const char* const begin = at;
+        for (; at != end && is_digit(*at); ++at)
+        {
+            if (!first_digit && *at != '0') first_digit = at;
+            mantissa = mantissa * 10 + static_cast<unsigned>(*at - '0');
+        }
+        return at - begin;
+    };
+    std::ptrdiff_t digits = take_digits();
+    if (at != end && *at == '.')
+    {
+        ++at;
+        point = take_digits();
+        digits += point;
+    }
+    if (digits == 0) return nullptr;
+    // More than 18 digits (the point counted with them) may have left 64 bits.
+    bool small = !first_digit || at - first_digit <= 19;
+
+    std::ptrdiff_t exponent = 0;
+    if (at != end && (*at == 'e' || *at == 'E'))
+    {
+        ++at;
+        const bool down = at != end && *at == '-';
+        if (at != end && (*at == '-' || *at == '+')) ++at;
+        const char* const begin = at;
+        for (; at != end && is_digit(*at); ++at)
+            if (exponent < 10000) exponent = exponent * 10 + (*at - '0');
+        if (at == begin) return nullptr;
+        if (down) exponent = -exponent;
+    }
+    if (at != end && may_continue_number(*at)) return nullptr;
+
+    // A whole number below 2^53 times or divided by an exact power of ten is rounded once, hence correctly (Clinger, "How to read
+    // floating point numbers accurately", 1990). Arithmetic in wider registers would round twice.
+    exponent -= point;
+    small = small && FLT_EVAL_METHOD == 0 && mantissa <= (std::uint64_t{1} << 53) && exponent >= -22 && exponent <= 22;
+    if (small)
+    {
+        const auto whole = static_cast<double>(mantissa);
+        const double magnitude = exponent < 0 ? whole / exact_powers_of_ten[static_cast<std::size_t>(-exponent)]
+                                              : whole * exact_powers_of_ten[static_cast<std::size_t>(exponent)];
+        value = negative ? -magnitude : magnitude;
+        return at;
+    }
+    double magnitude = 0;
+    const auto [stop, error] = std::from_chars(unsigned_text, at, magnitude);
+    // What comes out as 0, denormal or infinite is left to the C library, whose rounding there is the reference.
+    if (error != std::errc{} || stop != at || !(magnitude >= DBL_MIN) || !(magnitude <= DBL_MAX)) return nullptr;
+    value = negative ? -magnitude : magnitude;
+    return at;
+}
+
+double parse_real(const char* text, const char* end, bool decimal_point)
+{
+    const char* at = text;
+    while (at != end && is_blank(*at)) ++at;
+    double value = 0;
+    if (decimal_point && scan_real(at, end, value)) return value;
+    return std::strtod(text, nullptr);
+}
+
+int parse_integer(const char* text, const char* end)
+{
+    while (text != end && is_blank(*text)) ++text;
+    const bool negative = text != end && *text == '-';
+    if (text != end && (*text == '-' || *text == '+')) ++text;
+    long long magnitude = 0;
+    for (; text != end && is_digit(*text); ++text)
+        if (magnitude <= INT_MAX) magnitude = magnitude * 10 + (*text - '0');
+    const long long value = negative ? -magnitude : magnitude;
+    return static_cast<int>(std::clamp<long long>(value, INT_MIN, INT_MAX));
+}
+
+} // namespace tq4::gridweave

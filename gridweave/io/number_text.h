@@ -1,0 +1,56 @@
+#pragma once
+
+// Numbers as text, both ways: the bytes that the C library's formatted output gives in the "C" locale, and the bits that its conversions
+// read there, without the cost of its format strings. What these functions are not certain about they leave to the C library.
+
+#include <cstddef>
+
+namespace tq4::gridweave
+{
+
+/// A conversion of the C library's formatted output for doubles: "%{width}.{precision}{conversion}".
+struct real_format
+{
+    char conversion; ///< 'e', 'E', 'f' or 'g'
+    int precision = 6;
+    int width = 0; ///< least number of characters, filled with blanks on the left
+};
+
+/// Room that one formatted number needs at most: a "%f" of the largest double has 309 digits before the point.
+constexpr std::size_t longest_number = 512;
+
+/// Writes `value` as formatted output does in the "C" locale; finite values only. `out` has room for `longest_number` characters; the
+/// result is the end of what was written.
+char* write_real(char* out, double value, const real_format& format);
+
+/// The same by the C library itself, for any value and under the locale of the calling thread.
+char* write_real_by_c_library(char* out, double value, const real_format& format);
+
+/// Writes `value` as "%{width}d" does.
+char* write_integer(char* out, int value, int width = 0);
+
+/// True when the C library writes and reads numbers with a decimal point as in the "C" locale, so that the functions of this header give
+/// the same bytes and bits.
+bool c_library_uses_decimal_point();
+
+/// Reads the decimal number that begins at `text`: an optional sign, digits with or without a point, an optional exponent. The result is
+/// the end of the number and `value` has the bits that `strtod` and `sscanf` read there in the "C" locale.
+///
+/// Null, with `value` unchanged, where that is not certain: no digits, a letter, point or sign right behind the number (hexadecimal and
+/// unfinished exponents look like that), `inf` and `nan`, values beyond the range of a double. Leading blanks are not skipped.
+const char* scan_real(const char* text, const char* end, double& value);
+
+/// What `atof` reads from the text before `end`, under the locale of the calling thread. There must be a terminating zero at `end`
+/// or before it.
+double parse_real(const char* text, const char* end, bool decimal_point = true);
+
+/// What `atoi` reads from the text before `end`, with values beyond the range of an int set to its limits.
+int parse_integer(const char* text, const char* end);
+
+/// The white space that the C library's conversions skip in the "C" locale.
+constexpr bool is_blank(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+} // namespace tq4::gridweave

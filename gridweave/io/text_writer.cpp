@@ -1,0 +1,103 @@
+#include "gridweave/io/text_writer.h"
+
+#include <cmath>
+#include <cstring>
+#include <iomanip>
+#include <locale>
+#include <sstream>
+
+namespace tq4::gridweave
+{
+
+std::FILE* open_file(const char* name, const char* mode)
+{
+    if (!name) return nullptr;
+#if defined(_MSC_VER)
+    std::FILE* file = nullptr;
+    return fopen_s(&file, name, mode) == 0 ? file : nullptr;
+#else
+    return std::fopen(name, mode);
+#endif
+}
+
+bool close_file(std::FILE* file)
+{
+    return std::fclose(file) == 0;
+}
+
+text_writer::text_writer(std::FILE* file, locale_of source)
+    : file_(file), by_streams_(source == locale_of::streams && std::locale() != std::locale::classic())
+{
+    plain_integers_ = !by_streams_;
+    plain_reals_ = source == locale_of::streams ? !by_streams_ : c_library_uses_decimal_point();
+    const bool large = buffer_.resize(buffer_size);
+    begin_ = cursor_ = large ? buffer_.data() : reserve_;
+    end_ = large ? buffer_.end() : reserve_ + sizeof reserve_;
+}
+
+void text_writer::text(std::string_view characters)
+{
+    if (static_cast<std::size_t>(end_ - cursor_) < characters.size())
+    {
+        flush();
+        if (static_cast<std::size_t>(end_ - begin_) < characters.size())
+        {
+            good_ &= std::fwrite(characters.data(), 1, characters.size(), file_) == characters.size();
+            return;
+        }
+    }
+    std::memcpy(cursor_, characters.data(), characters.size());
+    cursor_ += characters.size();
+}
+
+void text_writer::real(double value, const real_format& format)
+{
+    if (plain_reals_ && std::isfinite(value))
+        cursor_ = write_real(room(longest_number), value, format);
+    else if (by_streams_)
+        streamed_real(value, format);
+    else
+        cursor_ = write_real_by_c_library(room(longest_number), value, format);
+}
+
+bool text_writer::flush()
+{
+    const auto count = static_cast<std::size_t>(cursor_ - begin_);
+    if (count) good_ &= std::fwrite(begin_, 1, count, file_) == count;
+    cursor_ = begin_;
+    return good_;
+}
+
+// A stream object may lack memory, and a facet of the host's locale may throw: the number is then missing, which is a failed write.
+
+void text_writer::streamed_integer(int value, int width)
+{
+    try
+    {
+        std::ostringstream stream;
+        stream << std::setw(width) << value;
+        text(stream.str());
+    }
+    catch (...)
+    {
+        good_ = false;
+    }
+}
+
+void text_writer::streamed_real(double value, const real_format& format)
+{
+    try
+    {
+        std::ostringstream stream;
+        if (format.conversion != 'g') stream << (format.conversion == 'f' ? std::fixed : std::scientific);
+        if (format.conversion == 'E') stream << std::uppercase;
+        stream << std::setprecision(format.precision) << std::setw(format.width) << value;
+        text(stream.str());
+    }
+    catch (...)
+    {
+        good_ = false;
+    }
+}
+
+} // namespace tq4::gridweave

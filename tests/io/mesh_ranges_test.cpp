@@ -1,0 +1,118 @@
+#include "gridweave/io/mesh_ranges.h"
+
+#include <gtest/gtest.h>
+
+#include "support/failing_allocator.h"
+#include "support/meshes.h"
+
+namespace
+{
+
+using namespace tq4;
+using namespace tq4::gridweave;
+using test::elements_of;
+using test::ids_of;
+
+constexpr unsigned none = none_index;
+
+TEST(KindOfColumn, FollowsThePadding)
+{
+    const unsigned hexahedron[] = {0, 1, 2, 3, 4, 5, 6, 7};
+    const unsigned prism[] = {0, 1, 2, 3, 4, 5, none, none};
+    const unsigned pyramid[] = {0, 1, 2, 3, 4, none, none, none};
+    const unsigned tetrahedron[] = {0, 1, 2, 3, none, none, none, none};
+    EXPECT_EQ(kind_of_column(ELEM_SOLID_ANY, hexahedron, 8), ELEM_HEXA8);
+    EXPECT_EQ(kind_of_column(ELEM_SOLID_ANY, prism, 8), ELEM_PENTA6);
+    EXPECT_EQ(kind_of_column(ELEM_SOLID_ANY, pyramid, 8), ELEM_PYRA5);
+    EXPECT_EQ(kind_of_column(ELEM_SOLID_ANY, tetrahedron, 8), ELEM_TETRA4);
+    EXPECT_EQ(kind_of_column(ELEM_SURF_ANY, hexahedron, 4), ELEM_QUAD4);
+    const unsigned triangle[] = {0, 1, 2, none};
+    EXPECT_EQ(kind_of_column(ELEM_SURF_ANY, triangle, 4), ELEM_TRIA3);
+    EXPECT_EQ(kind_of_column(ELEM_TETRA10, hexahedron, 8), ELEM_TETRA10);
+}
+
+TEST(KindOfColumn, TakesMissingRowsAsNone)
+{
+    const unsigned nodes[] = {0, 1, 2, 3, 4, 5};
+    EXPECT_EQ(kind_of_column(ELEM_SURF_ANY, nodes, 3), ELEM_TRIA3);
+    EXPECT_EQ(kind_of_column(ELEM_SOLID_ANY, nodes, 4), ELEM_TETRA4);
+    EXPECT_EQ(kind_of_column(ELEM_SOLID_ANY, nodes, 5), ELEM_PYRA5);
+    EXPECT_EQ(kind_of_column(ELEM_SOLID_ANY, nodes, 6), ELEM_PENTA6);
+}
+
+TEST(RunOf, StaysInsideTheMatrix)
+{
+    const auto starts = ids_of({0, 3, 2, 9, none});
+    const auto expect = [&](unsigned run, unsigned begin, unsigned end)
+    {
+        EXPECT_EQ(run_of(starts, run, 5).begin, begin);
+        EXPECT_EQ(run_of(starts, run, 5).end, end);
+    };
+    expect(0, 0, 3);
+    expect(1, 3, 3);
+    expect(2, 2, 5);
+    expect(3, 5, 5);
+}
+
+TEST(IsValidRun, CutsTheRunToItsKind)
+{
+    const auto mixed = elements_of({{0, 1, 2, none, none, none, none, none}, {0, 1, 2, 3, none, none, none, none}});
+    EXPECT_TRUE(is_valid_run(mixed, {0, 1}, ELEM_TRIA3));
+    EXPECT_TRUE(is_valid_run(mixed, {0, 2}, ELEM_SURF_ANY));
+    EXPECT_FALSE(is_valid_run(mixed, {0, 2}, ELEM_QUAD4));
+    EXPECT_TRUE(is_valid_run(mixed, {1, 2}, ELEM_SOLID_ANY));
+    EXPECT_FALSE(is_valid_run(mixed, {0, 2}, ELEM_SOLID_ANY));
+    EXPECT_FALSE(is_valid_run(mixed, {0, 1}, ELEM_TETRA10)); // needs rows that are not there
+    EXPECT_TRUE(is_valid_run(mixed, {1, 1}, ELEM_TETRA10));  // but nothing is asked of an empty run
+    EXPECT_TRUE(is_valid_run(mixed, {0, 2}, ELEM_NONE));
+}
+
+TEST(IsValidRun, RefusesAMixedSolidRunInATallMatrix)
+{
+    dense2D<unsigned> tall(10, 1, none);
+    for (unsigned row = 0; row < 4; ++row) tall(row, 0) = row;
+    EXPECT_FALSE(is_valid_run(tall, {0, 1}, ELEM_SOLID_ANY));
+    EXPECT_TRUE(is_valid_run(tall, {0, 1}, ELEM_SURF_ANY));
+}
+
+TEST(ColumnsToReserve, IsTheNextPowerOfTwoAboveTheIndex)
+{
+    EXPECT_EQ(columns_to_reserve(0), 1u);
+    EXPECT_EQ(columns_to_reserve(1), 2u);
+    EXPECT_EQ(columns_to_reserve(2), 4u);
+    EXPECT_EQ(columns_to_reserve(3), 4u);
+    EXPECT_EQ(columns_to_reserve(4), 8u);
+    EXPECT_EQ(columns_to_reserve(0x80000000u), none);
+    EXPECT_EQ(columns_to_reserve(none), none);
+}
+
+TEST(WidenCoordinates, KeepsColumnsAndFillsWithZero)
+{
+    dense2D<double> pos;
+    ASSERT_TRUE(widen_coordinates(pos, 2));
+    ASSERT_EQ(pos.rows, 3u);
+    ASSERT_EQ(pos.cols, 2u);
+    pos(2, 1) = 5;
+    ASSERT_TRUE(widen_coordinates(pos, 1));
+    EXPECT_EQ(pos.cols, 2u);
+    ASSERT_TRUE(widen_coordinates(pos, 1000));
+    EXPECT_EQ(pos.cols, 1000u);
+    EXPECT_EQ(pos.column_capacity(), 1024u);
+    EXPECT_EQ(pos(2, 1), 5);
+    for (unsigned c = 2; c < 1000; ++c)
+        for (unsigned r = 0; r < 3; ++r) ASSERT_EQ(pos(r, c), 0);
+}
+
+TEST(WidenCoordinates, FailsBeyond32Bits)
+{
+    dense2D<double> pos;
+    ASSERT_TRUE(widen_coordinates(pos, 2));
+    EXPECT_FALSE(widen_coordinates(pos, 0x60000000u));
+    EXPECT_FALSE(widen_coordinates(pos, none));
+    EXPECT_EQ(pos.cols, 2u);
+    const test::failing_allocation failing(1);
+    EXPECT_FALSE(widen_coordinates(pos, 100));
+    EXPECT_EQ(pos.cols, 2u);
+}
+
+} // namespace

@@ -1,0 +1,183 @@
+#include "gridweave/io/text_writer.h"
+
+#include <clocale>
+#include <limits>
+#include <locale>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "io/files.h"
+#include "support/failing_allocator.h"
+
+namespace
+{
+
+using namespace tq4;
+using namespace tq4::gridweave;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
+
+/// What `job` writes.
+template <class Job>
+std::string written(Job&& job, text_writer::locale_of source = text_writer::locale_of::c_library)
+{
+    test::temporary_file file;
+    std::FILE* const stream = open_file(file.name(), "w");
+    {
+        text_writer out(stream, source);
+        job(out);
+        EXPECT_TRUE(out.flush());
+    }
+    EXPECT_TRUE(close_file(stream));
+    return file.content();
+}
+
+/// A C++ locale with a decimal comma and grouped thousands, which machines without such locales have too.
+struct comma_punctuation : std::numpunct<char>
+{
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+class global_locale
+{
+public:
+    explicit global_locale(const std::locale& now) : before_(std::locale::global(now)) {}
+    ~global_locale() { std::locale::global(before_); }
+
+private:
+    std::locale before_;
+};
+
+TEST(TextWriter, WritesTextAndNumbers)
+{
+    EXPECT_EQ(written(
+                  [](text_writer& out)
+                  {
+                      out.text("Vertices\n");
+                      out.integer(42u);
+                      out.character('\n');
+                      out.integer(7, 8);
+                      out.integer(none_index);
+                      out.real(1.5, {'E', 6, 16});
+                  }),
+              "Vertices\n42\n       7-1    1.500000E+00");
+}
+
+TEST(TextWriter, SpellsWhatIsNotFiniteAsTheCLibrary)
+{
+    const auto reference = [](const char* format, double value)
+    {
+        char buffer[64];
+        std::snprintf(buffer, sizeof buffer, format, value);
+        return std::string(buffer);
+    };
+    for (const double value : {infinity, -infinity, not_a_number, -not_a_number})
+    {
+        EXPECT_EQ(written([&](text_writer& out) { out.real(value, {'E'}); }), reference("%E", value));
+        EXPECT_EQ(written([&](text_writer& out) { out.real(value, {'e', 5, 12}); }), reference("%12.5e", value));
+        EXPECT_EQ(written([&](text_writer& out) { out.real(value, {'f'}); }), reference("%f", value));
+    }
+}
+
+TEST(TextWriter, WritesMoreThanItsBufferHolds)
+{
+    std::string expected;
+    const std::string written_text = written(
+        [&](text_writer& out)
+        {
+            for (unsigned k = 0; k < 200000; ++k)
+            {
+                out.integer(k);
+                out.text(" x\n");
+                expected += std::to_string(k) + " x\n";
+            }
+            const std::string large(1000000, 'L');
+            out.text(large);
+            expected += large;
+        });
+    EXPECT_EQ(written_text, expected);
+}
+
+TEST(TextWriter, NeedsNoMemoryOfItsOwn)
+{
+    const auto job = [](text_writer& out)
+    {
+        for (unsigned k = 0; k < 1000; ++k) out.real(k * 0.25, {'f'});
+        out.real(-1e300, {'f'});
+        out.text(std::string(5000, 'T'));
+    };
+    const std::string expected = written(job);
+    test::failing_allocation failing(1);
+    EXPECT_EQ(written(job), expected);
+    EXPECT_TRUE(failing.has_failed());
+}
+
+TEST(TextWriter, FollowsTheGlobalLocaleWhereStreamsDo)
+{
+    const global_locale comma(std::locale(std::locale::classic(), new comma_punctuation));
+    const auto job = [](text_writer& out)
+    {
+        out.integer(1234567);
+        out.text(" 1234567 ");
+        out.real(1234.5, {'g'});
+        out.text(" ");
+        out.real(0.125, {'e', 8});
+    };
+    EXPECT_EQ(written(job, text_writer::locale_of::streams), "1.234.567 1234567 1.234,5 1,25000000e-01");
+    // Formatted output of the C library is another matter: `std::locale::global` of a locale without a name leaves it alone.
+    EXPECT_EQ(written(job), "1234567 1234567 1234.5 1.25000000e-01");
+}
+
+TEST(TextWriter, LooksAsAStreamInTheClassicLocale)
+{
+    std::ostringstream reference;
+    for (const double value : {0.0, 1.0, 1234567.0, 1e-7, -2.5, infinity, -infinity}) reference << value << ' ';
+    EXPECT_EQ(written(
+                  [](text_writer& out)
+                  {
+                      for (const double value : {0.0, 1.0, 1234567.0, 1e-7, -2.5, infinity, -infinity})
+                      {
+                          out.real(value, {'g'});
+                          out.character(' ');
+                      }
+                  },
+                  text_writer::locale_of::streams),
+              reference.str());
+}
+
+TEST(TextWriter, FollowsTheLocaleOfTheCLibrary)
+{
+    const char* name = nullptr;
+    for (const char* const candidate : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "de_DE"})
+        if (!name && std::setlocale(LC_NUMERIC, candidate)) name = candidate;
+    if (!name) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    const std::string text = written([](text_writer& out) { out.real(1.5, {'f'}); });
+    std::setlocale(LC_NUMERIC, "C");
+    EXPECT_EQ(text, "1,500000");
+}
+
+TEST(TextWriter, TellsOfAFullDevice)
+{
+    std::FILE* const full = open_file("/dev/full", "w");
+    if (!full) GTEST_SKIP() << "no device that is always full";
+    text_writer out(full);
+    out.text("x");
+    EXPECT_TRUE(out.good()); // it stands in the buffers
+    out.text(std::string(1000000, 'x'));
+    EXPECT_FALSE(out.flush());
+    EXPECT_FALSE(out.good());
+    close_file(full);
+}
+
+TEST(OpenFile, GivesNullForWhatCannotBeOpened)
+{
+    EXPECT_EQ(open_file("/no such folder/file", "w"), nullptr);
+    EXPECT_EQ(open_file(nullptr, "r"), nullptr);
+}
+
+} // namespace
