@@ -147,14 +147,12 @@ template <unsigned D>
 bool clamp_eigenvalues(vector_fixed<double, D>& values, double lower, double upper)
 {
     bool changed = false;
-    const auto cut = [&](double& value)
-    {
+    const auto cut = [&](double& value) {
         if (!(value > upper)) return;
         value = upper;
         changed = true;
     };
-    const auto raise = [&](double& value, double least)
-    {
+    const auto raise = [&](double& value, double least) {
         if (!(value < least)) return;
         value = least;
         changed = true;
@@ -245,8 +243,7 @@ int bound_tensors(dense2D<double>& metrics, double hmin, double hmax, Report&& r
     if (!std::isfinite(hmin)) return -2;
     if (!std::isfinite(hmax)) return -3;
 
-    const auto bound_columns = [&](auto dimension)
-    {
+    const auto bound_columns = [&](auto dimension) {
         int changed = 0;
         double* column = metrics.data();
         for (unsigned c = 0; c < metrics.cols; ++c, column += metrics.ld)

@@ -125,8 +125,9 @@ inline tensor<2> compose_metric(const vector_fixed<double, 2>& values, const bas
 
 inline tensor<3> compose_metric(const vector_fixed<double, 3>& values, const basis<3>& q)
 {
-    const auto entry = [&](unsigned i, unsigned j)
-    { return values[0] * q(i, 0) * q(j, 0) + values[1] * q(i, 1) * q(j, 1) + values[2] * q(i, 2) * q(j, 2); };
+    const auto entry = [&](unsigned i, unsigned j) {
+        return values[0] * q(i, 0) * q(j, 0) + values[1] * q(i, 1) * q(j, 1) + values[2] * q(i, 2) * q(j, 2);
+    };
     return {entry(0, 0), entry(0, 1), entry(1, 1), entry(0, 2), entry(1, 2), entry(2, 2)};
 }
 

@@ -88,9 +88,9 @@ unsigned first_invalid_metric(const dense1D<double>& sizes)
 
 unsigned first_invalid_metric(const dense2D<double>& metrics)
 {
-    return with_tensor_dimension(
-        metrics.rows, [&](auto dimension)
-        { return first_failing(metrics.cols, [&](unsigned c) { return is_valid_tensor(tensor_at<dimension>(metrics.column(c))); }); });
+    return with_tensor_dimension(metrics.rows, [&](auto dimension) {
+        return first_failing(metrics.cols, [&](unsigned c) { return is_valid_tensor(tensor_at<dimension>(metrics.column(c))); });
+    });
 }
 
 unsigned first_invalid_metric(const dense1D<unsigned>& indices, const dense1D<double>& sizes)
@@ -100,15 +100,11 @@ unsigned first_invalid_metric(const dense1D<unsigned>& indices, const dense1D<do
 
 unsigned first_invalid_metric(const dense1D<unsigned>& indices, const dense2D<double>& metrics)
 {
-    return with_tensor_dimension(metrics.rows,
-                                 [&](auto dimension)
-                                 {
-                                     return first_failing(indices.size,
-                                                          [&](unsigned k) {
-                                                              return indices[k] < metrics.cols &&
-                                                                     is_valid_tensor(tensor_at<dimension>(metrics.column(indices[k])));
-                                                          });
-                                 });
+    return with_tensor_dimension(metrics.rows, [&](auto dimension) {
+        return first_failing(indices.size, [&](unsigned k) {
+            return indices[k] < metrics.cols && is_valid_tensor(tensor_at<dimension>(metrics.column(indices[k])));
+        });
+    });
 }
 
 bool are_valid_metrics(const dense1D<double>& sizes)
@@ -133,8 +129,7 @@ bool are_valid_metrics(const dense1D<unsigned>& indices, const dense2D<double>& 
 
 void valid_metrics(const dense2D<double>& metrics, dense1D<unsigned>& indices)
 {
-    const auto list_valid = [&](auto dimension)
-    {
+    const auto list_valid = [&](auto dimension) {
         for (unsigned c = 0; c < metrics.cols; ++c)
             if (is_valid_tensor(tensor_at<dimension>(metrics.column(c)))) indices.push_back(c);
     };
@@ -161,8 +156,7 @@ int overwrite_invalid_metrics(dense2D<double>& metrics, const dense2D<double>& f
     if (!is_metric_rows(metrics.rows)) return -1;
     if (fallback.rows != metrics.rows) return -2;
 
-    const auto replace_columns = [&](auto dimension)
-    {
+    const auto replace_columns = [&](auto dimension) {
         int replaced = 0;
         const unsigned count = std::min(metrics.cols, fallback.cols);
         for (unsigned c = 0; c < count; ++c)
@@ -182,8 +176,7 @@ int overwrite_invalid_metrics(dense2D<double>& metrics, const dense1D<double>& f
     if (metrics.empty()) return 0;
     if (!is_metric_rows(metrics.rows)) return -1;
 
-    const auto replace_columns = [&](auto dimension)
-    {
+    const auto replace_columns = [&](auto dimension) {
         int replaced = 0;
         const unsigned count = std::min(metrics.cols, fallback.size);
         for (unsigned c = 0; c < count; ++c)

@@ -149,5 +149,65 @@ TQ4_GRIDWEAVE_API bool maximum_metric(const symmetric_fixed<double, 2>& A, const
 TQ4_GRIDWEAVE_API bool maximum_metric(const symmetric_fixed<double, 3>& A, const symmetric_fixed<double, 3>& B,
                                       symmetric_fixed<double, 3>& result);
 
+// ---------------------------------------------------------------------------------------------------------------------------- conversions
+
+/// The tensor of the size h: 1 / h^2 on the diagonal and 0 elsewhere; all 0 for an h that is NaN, 0 or less.
+/// @param M  replaced
+TQ4_GRIDWEAVE_API void metric_iso_to_aniso(double h, symmetric_fixed<double, 2>& M);
+TQ4_GRIDWEAVE_API void metric_iso_to_aniso(double h, symmetric_fixed<double, 3>& M);
+
+/// The size h seen through a tangent basis: BT B / h^2; all 0 for an h that is NaN, 0 or less.
+/// @param basis  two vectors of space, t0 and t1, one after the other. They carry the scale of the mapping from the plane to space and need
+///               be neither orthogonal nor of unit length.
+/// @param M      replaced
+TQ4_GRIDWEAVE_API void metric_iso_to_aniso2d(double h, const matrix_fixed<double, 3, 2>& basis, symmetric_fixed<double, 2>& M);
+
+/// The tensor that a tensor of space induces on a tangent plane: BT M3 B. Validity is not tested.
+/// @param basis  as above
+/// @param M2     replaced
+TQ4_GRIDWEAVE_API void metric_aniso3d_to_aniso2d(const symmetric_fixed<double, 3>& M3, const matrix_fixed<double, 3, 2>& basis,
+                                                 symmetric_fixed<double, 2>& M2);
+
+/// Writes the tensor of every positive size into its column. A column whose size is NaN, 0 or less stays, and so do columns beyond the
+/// sizes.
+/// @param metrics  3 rows (2-D) or 6 rows (3-D) × at least sizes.size columns, provided by the caller
+/// @return 0 (at once when both are empty); -2 when the rows differ from that or the columns are too few
+TQ4_GRIDWEAVE_API int metrics_iso_to_aniso2d(const dense1D<double>& sizes, dense2D<double>& metrics);
+TQ4_GRIDWEAVE_API int metrics_iso_to_aniso3d(const dense1D<double>& sizes, dense2D<double>& metrics);
+
+/// `metric_iso_to_aniso2d` with a basis for every size. Unlike the forms without bases it writes every column: one whose size is NaN, 0 or
+/// less becomes all 0. Columns beyond the sizes stay.
+/// @param bases    6 rows (t0 in rows 0 to 2, t1 in rows 3 to 5) × sizes.size
+/// @param metrics  3 rows × at least sizes.size columns, provided by the caller
+/// @return 0 (at once when all three are empty); -2 when the rows or columns of `bases` differ from that; -3 when the rows of `metrics` do
+///         or its columns are too few
+TQ4_GRIDWEAVE_API int metrics_iso_to_aniso2d(const dense1D<double>& sizes, const dense2D<double>& bases, dense2D<double>& metrics);
+
+/// `metric_aniso3d_to_aniso2d` for every column. Columns of `metrics2d` beyond those of `metrics3d` stay.
+/// @param metrics3d  6 rows × nodes
+/// @param bases      6 rows (t0 in rows 0 to 2, t1 in rows 3 to 5) × nodes
+/// @param metrics2d  3 rows × at least as many columns, provided by the caller
+/// @return 0 (at once when all three are empty); -1 when the rows of `metrics3d` are not 6; -2 when the rows or columns of `bases` differ
+///         from those told; -3 when the rows of `metrics2d` do or its columns are too few
+TQ4_GRIDWEAVE_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3d, const dense2D<double>& bases,
+                                                 dense2D<double>& metrics2d);
+
+// ------------------------------------------------------------------------------------------------------------------------ size generation
+
+/// Derives a size for every node from the lengths of the element edges that meet there, for remeshing at the density of a mesh. An edge
+/// counts once for each element that has it; edges of zero, infinite or NaN length do not count.
+///
+/// @param pos           coordinates × nodes
+/// @param connectivity  nodes of an element × elements, of a linear kind
+/// @param sizes         changed in place and grown to one size per node. A node without edges that count keeps the size it had, or gets 0
+///                      where `sizes` was too short to hold one; every other one loses its former size.
+/// @param p             which mean of the lengths: 0 the shortest, DBL_MAX the longest, any other positive value the power mean
+///                      (sum of d^p / count)^(1 / p), so 1 the arithmetic mean and 2 the root mean square
+/// @return 0 (at once, with `sizes` as it was, for an empty connectivity); -1 when the elements have more dimensions than the coordinates;
+///         -2 when the connectivity fails `check_IDs`; -5 when p is below 0; -199 out of memory; -3 for a kind that is not linear. With the
+///         last two codes `sizes` may have grown.
+TQ4_GRIDWEAVE_API int metrics_gen_iso(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
+                                      dense1D<double>& sizes, double p);
+
 } // namespace gridweave
 } // namespace tq4
