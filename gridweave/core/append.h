@@ -1,6 +1,6 @@
 #pragma once
 
-// Appending a column to a result matrix, for every family that lists columns.
+// Appending columns to a result matrix, for every family that lists columns or nodes.
 
 #include <algorithm>
 
@@ -27,6 +27,25 @@ bool append_column(dense2D<T>& matrix, const T* entries, unsigned rows, unsigned
     if (!matrix.resize(rows, end + 1)) return false;
     std::copy_n(entries, rows, matrix.column(end));
     return true;
+}
+
+/// Makes room for `extra` columns behind those of `matrix`, at least doubling its column capacity where that is short, and raises its
+/// height to `rows` where it is lower. Raised rows are filled with `filler`; with a height that stays, the new columns are not set. False,
+/// with nothing changed, when memory runs out.
+template <class T>
+bool append_columns(dense2D<T>& matrix, unsigned rows, unsigned extra, T filler)
+{
+    const std::uint64_t columns = std::uint64_t{matrix.cols} + extra;
+    if (columns > none_index) return false;
+    if (rows > matrix.rows) return matrix.resize(rows, static_cast<unsigned>(columns), filler);
+
+    if (columns > matrix.column_capacity())
+    {
+        const std::uint64_t roomy = std::uint64_t{matrix.cols} + std::max(matrix.cols, extra);
+        // As above: what fits only without the reserve is decided by `resize`.
+        matrix.reserve(matrix.ld, static_cast<unsigned>(std::min<std::uint64_t>(roomy, none_index)), 1);
+    }
+    return matrix.resize(matrix.rows, static_cast<unsigned>(columns));
 }
 
 } // namespace tq4::gridweave

@@ -9,6 +9,15 @@
 namespace tq4::gridweave
 {
 
+/// a + b
+template <unsigned D>
+vector_fixed<double, D> add(const vector_fixed<double, D>& a, const vector_fixed<double, D>& b)
+{
+    vector_fixed<double, D> sum{};
+    for (unsigned k = 0; k < D; ++k) sum[k] = a[k] + b[k];
+    return sum;
+}
+
 /// a - b
 template <unsigned D>
 vector_fixed<double, D> subtract(const vector_fixed<double, D>& a, const vector_fixed<double, D>& b)
@@ -16,6 +25,24 @@ vector_fixed<double, D> subtract(const vector_fixed<double, D>& a, const vector_
     vector_fixed<double, D> difference{};
     for (unsigned k = 0; k < D; ++k) difference[k] = a[k] - b[k];
     return difference;
+}
+
+/// factor × a
+template <unsigned D>
+vector_fixed<double, D> scaled(double factor, const vector_fixed<double, D>& a)
+{
+    vector_fixed<double, D> product{};
+    for (unsigned k = 0; k < D; ++k) product[k] = factor * a[k];
+    return product;
+}
+
+/// True when every component is 0, of either sign.
+template <unsigned D>
+bool is_zero(const vector_fixed<double, D>& a)
+{
+    for (unsigned k = 0; k < D; ++k)
+        if (!(a[k] == 0.0)) return false;
+    return true;
 }
 
 template <unsigned D>

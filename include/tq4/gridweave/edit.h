@@ -4,11 +4,134 @@
 
 #include <tq4/export.h>
 #include <tq4/gridweave/core.h>
+#include <tq4/numcore/fixed.h>
 
 namespace tq4
 {
 namespace gridweave
 {
+
+// ---- Coordinate transforms ------------------------------------------------------------------------------------------------------------
+//
+// `translate`, `rotate` and `zoom` move nodes in place; `inc_bounding_box` measures them. Each family has a form for the plane (N = 2) and
+// one for space (N = 3), told apart by the size of its vectors, and in each form three ways to say which nodes are meant:
+//   - nothing further: every column of `pos`;
+//   - `ids`: the listed nodes, in the order of the list. Entries that are no column of `pos`, `none_index` among them, are skipped, and a
+//     node listed twice moves twice;
+//   - `connectivity` (nodes of an element × elements): the nodes that it uses, each once; padding and entries that are no column of `pos`
+//     are skipped. Where memory for their list runs out, nodes are left out of it.
+//
+// A matrix of fewer than N rows is raised to N rows with zeros before its nodes move, and moves into storage of its own then; where there
+// is no memory for that, nothing moves and the result is 0. Rows beyond N stay as they are: a turn in the plane leaves z. Apart from the
+// stated comparisons NaN is not looked at and spreads to the nodes.
+//
+// The cost is one pass over the nodes meant; over all nodes it runs at the speed of memory.
+
+/// Moves nodes by `v`: x becomes x + v.
+///
+/// @param pos  2 or 3 rows × nodes, changed in place
+/// @return the number of moves made; 0, with `pos` as it was, when `pos` is empty, every component of `v` is 0, or the list is empty
+TQ4_GRIDWEAVE_API int translate(dense2D<double>& pos, const vector_fixed<double, 2>& v);
+TQ4_GRIDWEAVE_API int translate(dense2D<double>& pos, const vector_fixed<double, 2>& v, const dense1D<unsigned>& ids);
+TQ4_GRIDWEAVE_API int translate(dense2D<double>& pos, const vector_fixed<double, 2>& v, const dense2D<unsigned>& connectivity);
+TQ4_GRIDWEAVE_API int translate(dense2D<double>& pos, const vector_fixed<double, 3>& v);
+TQ4_GRIDWEAVE_API int translate(dense2D<double>& pos, const vector_fixed<double, 3>& v, const dense1D<unsigned>& ids);
+TQ4_GRIDWEAVE_API int translate(dense2D<double>& pos, const vector_fixed<double, 3>& v, const dense2D<unsigned>& connectivity);
+
+/// Turns nodes about `centre` in the plane, by `angle` radians, counter-clockwise where it is positive.
+///
+/// @param pos  2 or 3 rows × nodes, changed in place
+/// @return the number of moves made; 0, with `pos` as it was, when `pos` is empty or `angle` is 0; 0 for an empty list too, which still
+///         raises a matrix of one row to two
+TQ4_GRIDWEAVE_API int rotate(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double angle);
+TQ4_GRIDWEAVE_API int rotate(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double angle, const dense1D<unsigned>& ids);
+TQ4_GRIDWEAVE_API int rotate(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double angle,
+                             const dense2D<unsigned>& connectivity);
+
+/// Turns nodes in space about an axis through `centre`. `rotation` is a rotation vector: its direction is that of the axis, right-handed,
+/// and its length the angle in radians. The matrix is that of Rodrigues (1840); for lengths up to 0.1 its two coefficients come from their
+/// series, so that a small turn is as accurate as a large one.
+///
+/// @param pos  2 or 3 rows × nodes, changed in place
+/// @return the number of moves made; 0, with `pos` as it was, when `pos` is empty or every component of `rotation` is 0; 0 for an empty
+///         list too, which still raises a matrix of fewer rows to three
+TQ4_GRIDWEAVE_API int rotate(dense2D<double>& pos, const vector_fixed<double, 3>& centre, const vector_fixed<double, 3>& rotation);
+TQ4_GRIDWEAVE_API int rotate(dense2D<double>& pos, const vector_fixed<double, 3>& centre, const vector_fixed<double, 3>& rotation,
+                             const dense1D<unsigned>& ids);
+TQ4_GRIDWEAVE_API int rotate(dense2D<double>& pos, const vector_fixed<double, 3>& centre, const vector_fixed<double, 3>& rotation,
+                             const dense2D<unsigned>& connectivity);
+
+/// Scales nodes about `centre`: x becomes x + (x - centre) (factor - 1). A factor of 2 doubles the distance from the centre, 0 takes every
+/// node there, -1 mirrors in it.
+///
+/// @param pos  2 or 3 rows × nodes, changed in place
+/// @return the number of moves made; 0, with `pos` as it was, when `pos` is empty, `factor` is 1, or the list is empty
+TQ4_GRIDWEAVE_API int zoom(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double factor);
+TQ4_GRIDWEAVE_API int zoom(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double factor, const dense1D<unsigned>& ids);
+TQ4_GRIDWEAVE_API int zoom(dense2D<double>& pos, const vector_fixed<double, 2>& centre, double factor,
+                           const dense2D<unsigned>& connectivity);
+TQ4_GRIDWEAVE_API int zoom(dense2D<double>& pos, const vector_fixed<double, 3>& centre, double factor);
+TQ4_GRIDWEAVE_API int zoom(dense2D<double>& pos, const vector_fixed<double, 3>& centre, double factor, const dense1D<unsigned>& ids);
+TQ4_GRIDWEAVE_API int zoom(dense2D<double>& pos, const vector_fixed<double, 3>& centre, double factor,
+                           const dense2D<unsigned>& connectivity);
+
+/// Widens the box from `min` to `max` so that it holds the nodes. The box is never reset: the caller seeds it, usually with large values
+/// of opposite sign (`min` above `max`), and may span several sets of nodes by calling again. A NaN coordinate is skipped.
+///
+/// @param pos       exactly N rows × nodes
+/// @param min, max  changed in place, and left as they came by every failure
+/// @return 0, also for an empty list (tested first) and a `pos` without columns; -1 when `pos` has not exactly N rows; -2 when `ids` or
+///         `connectivity` names a node at or beyond the columns of `pos` (`none_index` is skipped)
+TQ4_GRIDWEAVE_API int inc_bounding_box(const dense2D<double>& pos, vector_fixed<double, 2>& min, vector_fixed<double, 2>& max);
+TQ4_GRIDWEAVE_API int inc_bounding_box(const dense2D<double>& pos, const dense1D<unsigned>& ids, vector_fixed<double, 2>& min,
+                                       vector_fixed<double, 2>& max);
+TQ4_GRIDWEAVE_API int inc_bounding_box(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, vector_fixed<double, 2>& min,
+                                       vector_fixed<double, 2>& max);
+TQ4_GRIDWEAVE_API int inc_bounding_box(const dense2D<double>& pos, vector_fixed<double, 3>& min, vector_fixed<double, 3>& max);
+TQ4_GRIDWEAVE_API int inc_bounding_box(const dense2D<double>& pos, const dense1D<unsigned>& ids, vector_fixed<double, 3>& min,
+                                       vector_fixed<double, 3>& max);
+TQ4_GRIDWEAVE_API int inc_bounding_box(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, vector_fixed<double, 3>& min,
+                                       vector_fixed<double, 3>& max);
+
+// ---- Mesh copies ----------------------------------------------------------------------------------------------------------------------
+//
+// A copy of a part of a mesh lives in the same coordinate matrix: the nodes that `connectivity` (nodes of an element × elements) uses are
+// appended to `pos` in the order of their first appearance, and the result refers to them. Padding stays. Entries at or beyond the columns
+// of `pos` make no node and stay as they are.
+
+/// Copies the nodes and elements of a part of a mesh.
+///
+/// @param pos               rows × nodes; the copied nodes are appended
+/// @param new_connectivity  replaced: `connectivity` in terms of the new nodes; may be `connectivity` itself
+/// @return 0; -199 out of memory, with nothing changed
+TQ4_GRIDWEAVE_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& new_connectivity, const dense2D<unsigned>& connectivity);
+
+/// Copies a part of a mesh n times in a pattern of the plane. The k-th copy (k = 1 to n) is made from the source, turned about `centre` by
+/// k × `angle` (`rotate`), then moved by k × `translation` (`translate`). The source itself is not in the result.
+///
+/// @param pos         2 or 3 rows × nodes; the nodes of the copies are appended, and one row is raised to two as by the transforms
+/// @param all_copies  the elements of the copies are appended, one copy behind the other; may be `connectivity` itself. It keeps its rows
+///                    if it has any: longer columns are cut to them, shorter ones padded with `none_index`.
+/// @return 0, also when `pos` is empty or `n` is 0, with nothing done; -199 out of memory, with the copies made so far in both outputs
+TQ4_GRIDWEAVE_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& all_copies, const vector_fixed<double, 2>& translation,
+                                const vector_fixed<double, 2>& centre, double angle, unsigned n, const dense2D<unsigned>& connectivity);
+
+/// The same in space, with the k-th copy turned by the rotation vector k × `rotation`; fewer rows of `pos` are raised to three.
+TQ4_GRIDWEAVE_API int copy_mesh(dense2D<double>& pos, dense2D<unsigned>& all_copies, const vector_fixed<double, 3>& translation,
+                                const vector_fixed<double, 3>& centre, const vector_fixed<double, 3>& rotation, unsigned n,
+                                const dense2D<unsigned>& connectivity);
+
+/// Copies a part of a mesh and mirrors the copy in the plane (the line, for N = 2) through `point` with the normal `normal`, of any
+/// length. Columns keep their order, so the mirrored elements have the opposite orientation; turning them round is the caller's.
+///
+/// @param pos               2 or 3 rows × nodes; the mirrored nodes are appended, and fewer than N rows are raised to N with zeros
+/// @param new_connectivity  replaced: `connectivity` in terms of the new nodes; may be `connectivity` itself
+/// @return 0, also when `pos` is empty, with nothing done; -4 when the squared length of `normal` is 0; -199 out of memory. Failures
+///         change nothing.
+TQ4_GRIDWEAVE_API int copy_sym_mesh(dense2D<double>& pos, dense2D<unsigned>& new_connectivity, const vector_fixed<double, 2>& point,
+                                    const vector_fixed<double, 2>& normal, const dense2D<unsigned>& connectivity);
+TQ4_GRIDWEAVE_API int copy_sym_mesh(dense2D<double>& pos, dense2D<unsigned>& new_connectivity, const vector_fixed<double, 3>& point,
+                                    const vector_fixed<double, 3>& normal, const dense2D<unsigned>& connectivity);
 
 // ---- Compaction -----------------------------------------------------------------------------------------------------------------------
 
@@ -65,6 +188,23 @@ TQ4_GRIDWEAVE_API int simplify(dense2D<double>& pos, dense2D<unsigned>& connecti
 
 /// The same on two matrices. One matrix must not be given as both: it would be renumbered twice.
 TQ4_GRIDWEAVE_API int simplify(dense2D<double>& pos, dense2D<unsigned>& conn1, dense2D<unsigned>& conn2, unsigned start);
+
+// ---- Clipping -------------------------------------------------------------------------------------------------------------------------
+
+/// Keeps the elements that lie wholly in front of a plane, on the side that `normal` points to. No element is cut: one that touches or
+/// crosses the plane goes.
+///
+/// @param pos           2 or 3 rows × nodes; a mesh of two rows is held against the plane in x and y alone
+/// @param connectivity  nodes of an element × elements; a `none_index` ends a column, whose nodes before it decide
+/// @param point         a point of the plane
+/// @param normal        of any length from 1e-12 up
+/// @param kept          the columns of the elements that stay are appended, in their order. An empty `kept` takes the rows of
+///                      `connectivity` if it has fewer; if it has more, the columns are padded with `none_index`.
+/// @return 0; and, tested in this order: 0 for an empty connectivity, -2 when it names a node at or beyond the columns of `pos`, -4 when
+///         `normal` is shorter than 1e-12, -5 when `kept` is not empty and has other rows than `connectivity`; -199 out of memory.
+///         Failures leave `kept` as it was.
+TQ4_GRIDWEAVE_API int clip(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, const vector_fixed<double, 3>& point,
+                           const vector_fixed<double, 3>& normal, dense2D<unsigned>& kept);
 
 } // namespace gridweave
 } // namespace tq4
