@@ -56,8 +56,7 @@ void move_node(double* x, const Move& move)
 template <unsigned N, class Move>
 int move_nodes(dense2D<double>& pos, every_node, const Move& move)
 {
-    const auto move_all = [&](auto step)
-    {
+    const auto move_all = [&](auto step) {
         double* x = pos.data();
         for (unsigned node = 0; node < pos.cols; ++node, x += step) move_node<N>(x, move);
     };
