@@ -1,0 +1,120 @@
+#include "gridweave/metrics/edge_measure.h"
+
+#include <limits>
+
+#include <gtest/gtest.h>
+
+#include "support/meshes.h"
+
+namespace
+{
+
+using namespace tq4;
+using namespace tq4::gridweave;
+
+using plane = vector_fixed<double, 2>;
+using space = vector_fixed<double, 3>;
+
+const double infinity = std::numeric_limits<double>::infinity();
+const double nan = std::numeric_limits<double>::quiet_NaN();
+
+TEST(EdgeGradation, OfEqualEndsIsZero)
+{
+    EXPECT_EQ(edge_gradation(plane{1, 2}, 3.0, 3.0), 0.0);
+    EXPECT_EQ(edge_gradation(plane{0, 0}, 3.0, 3.0), 0.0);
+    EXPECT_EQ(edge_gradation(space{1, 2, 3}, tensor<3>{2, 0, 3, 0, 0, 4}, tensor<3>{2, 0, 3, 0, 0, 4}), 0.0);
+    EXPECT_EQ(edge_gradation(plane{0, 0}, tensor<2>{2, 0, 3}, tensor<2>{2, 0, 3}), 0.0);
+}
+
+// On a unit edge between the sizes 1 and 2 the size doubles over a metric length of ln(2).
+TEST(EdgeGradation, IsTheGrowthPerUnitOfMetricLength)
+{
+    const double expected = std::exp(1.0) - 1;
+    EXPECT_DOUBLE_EQ(edge_gradation(plane{1, 0}, 1.0, 2.0), expected);
+    EXPECT_DOUBLE_EQ(edge_gradation(space{0, 0, 1}, 1.0, 2.0), expected);
+    EXPECT_DOUBLE_EQ(edge_gradation(plane{0, 1}, tensor<2>{7, 0, 1}, tensor<2>{3, 0, 0.25}), expected);
+    EXPECT_DOUBLE_EQ(edge_gradation(space{0, 1, 0}, tensor<3>{7, 0, 1, 0, 0, 5}, tensor<3>{3, 0, 0.25, 0, 0, 9}), expected);
+}
+
+TEST(EdgeGradation, OfAnEdgeWithoutMeasurableLengthIsUnbounded)
+{
+    EXPECT_EQ(edge_gradation(plane{0, 0}, 1.0, 2.0), DBL_MAX);
+    EXPECT_EQ(edge_gradation(plane{1, 0}, 1.0, 1e300), DBL_MAX); // a metric length below 1e-12
+    EXPECT_EQ(edge_gradation(plane{1, 0}, 1.0, nan), DBL_MAX);
+    EXPECT_EQ(edge_gradation(plane{1, 0}, nan, nan), DBL_MAX); // NaN equals nothing
+    EXPECT_EQ(edge_gradation(plane{1, 0}, tensor<2>{-1, 0, 1}, tensor<2>{1, 0, 1}), DBL_MAX);
+    EXPECT_EQ(edge_gradation(plane{1, 0}, tensor<2>{-1, 0, 1}, tensor<2>{-1, 0, 1}), 0.0);
+    EXPECT_EQ(edge_gradation(plane{0, 1}, tensor<2>{1, 0, nan}, tensor<2>{1, 0, nan}), DBL_MAX);
+}
+
+TEST(EdgeGradation, OfAnInfiniteOrUndefinedEdgeIsZero)
+{
+    EXPECT_EQ(edge_gradation(plane{infinity, 0}, 1.0, 2.0), 0.0);
+    EXPECT_EQ(edge_gradation(plane{nan, 0}, 1.0, 2.0), 0.0);
+}
+
+TEST(EdgeGradation, IsUnboundedFromAnExponentOf700)
+{
+    EXPECT_EQ(edge_gradation(plane{1, 0}, 1.0, 1000.0), DBL_MAX); // exponent 999
+    EXPECT_LT(edge_gradation(plane{1, 0}, 1.0, 690.0), DBL_MAX);
+    EXPECT_GT(edge_gradation(plane{1, 0}, 1.0, 690.0), 1e290);
+}
+
+TEST(EdgeVariation, IsTheSizeGradientAlongTheEdge)
+{
+    EXPECT_DOUBLE_EQ(edge_variation(plane{3, 4}, 1.0, 2.0), 0.2);
+    EXPECT_DOUBLE_EQ(edge_variation(space{0, 2, 0}, tensor<3>{7, 0, 1, 0, 0, 5}, tensor<3>{3, 0, 0.25, 0, 0, 9}), 0.5);
+    EXPECT_EQ(edge_variation(plane{3, 4}, 2.0, 2.0), 0.0);
+}
+
+TEST(EdgeVariation, IsUnboundedOnlyAtALengthOfExactlyZero)
+{
+    EXPECT_EQ(edge_variation(plane{0, 0}, 1.0, 2.0), DBL_MAX);
+    EXPECT_EQ(edge_variation(plane{0, 0}, 2.0, 2.0), 0.0);
+    EXPECT_DOUBLE_EQ(edge_variation(plane{1e-13, 0}, 1.0, 2.0), 1e13);
+    EXPECT_EQ(edge_variation(plane{infinity, 0}, 1.0, 2.0), 0.0);
+    EXPECT_EQ(edge_variation(plane{nan, 0}, 1.0, 2.0), 0.0);
+}
+
+/// A double of any magnitude, now and then one that is no size.
+double any_size(test::random_source& random)
+{
+    switch (random.below(12))
+    {
+    case 0: return 0.0;
+    case 1: return -random.between(0.5, 2.0);
+    case 2: return nan;
+    case 3: return infinity;
+    case 4: return DBL_MAX;
+    default: return std::pow(10.0, random.between(-20.0, 20.0));
+    }
+}
+
+bool same_bits(double a, double b)
+{
+    return a == b || (a != a && b != b);
+}
+
+// The relaxations measure an edge once for both of its directions.
+TEST(EdgeMeasures, AreSymmetricToTheLastBit)
+{
+    test::random_source random(7);
+    for (unsigned k = 0; k < 20000; ++k)
+    {
+        const space u{random.between(-1, 1), random.between(-1, 1), random.between(-1, 1)};
+        const space back{-u[0], -u[1], -u[2]};
+        const double h0 = any_size(random);
+        const double h1 = random.below(2) ? h0 * random.between(0.9, 1.1) : any_size(random);
+        EXPECT_TRUE(same_bits(edge_gradation(u, h0, h1), edge_gradation(back, h1, h0))) << h0 << ' ' << h1;
+        EXPECT_TRUE(same_bits(edge_variation(u, h0, h1), edge_variation(back, h1, h0))) << h0 << ' ' << h1;
+
+        tensor<3> m0{};
+        tensor<3> m1{};
+        for (unsigned p = 0; p < 6; ++p) m0[p] = p == 0 || p == 2 || p == 5 ? any_size(random) : random.between(-1, 1);
+        for (unsigned p = 0; p < 6; ++p) m1[p] = m0[p] * random.between(0.5, 1.5);
+        EXPECT_TRUE(same_bits(edge_gradation(u, m0, m1), edge_gradation(back, m1, m0)));
+        EXPECT_TRUE(same_bits(edge_variation(u, m0, m1), edge_variation(back, m1, m0)));
+    }
+}
+
+} // namespace
