@@ -63,9 +63,16 @@ void histogram::process(double value) noexcept
     {
         const double scaled = (value - low_) / (high_ - low_) * bins_.size;
         unsigned i = scaled < bins_.size ? static_cast<unsigned>(scaled) : bins_.size - 1;
-        // Rounding may put a value on the wrong side of a bound.
-        while (i > 0 && value < bin_low(i)) --i;
-        while (i + 1 < bins_.size && value >= bin_low(i + 1)) ++i;
+        // Rounding may put a value on the wrong side of a bound; where bins are narrower than the spacing of doubles, far from it.
+        if (value < bin_low(i) || value >= bin_low(i + 1))
+        {
+            i = 0;
+            for (unsigned end = bins_.size; end - i > 1;)
+            {
+                const unsigned middle = i + (end - i) / 2;
+                (value < bin_low(middle) ? end : i) = middle;
+            }
+        }
         ++bins_[i];
     }
 }
@@ -110,7 +117,9 @@ histogram::counter histogram::overflow() const noexcept
 double histogram::bin_low(unsigned i) const noexcept
 {
     if (i >= bins_.size) return high_;
-    return low_ + (high_ - low_) * i / bins_.size;
+    const double below = (high_ - low_) * i;
+    // A range close to the largest double is divided first, which rounds more.
+    return low_ + (std::isfinite(below) ? below / bins_.size : (high_ - low_) / bins_.size * i);
 }
 
 void histogram::reset() noexcept

@@ -21,6 +21,17 @@ public:
     bool has_failed() const;
 };
 
+/// While it lives, numeric storage allocated on this thread starts `bytes` (1 to 15) behind an aligned address.
+class misaligned_allocation
+{
+public:
+    explicit misaligned_allocation(unsigned bytes);
+    ~misaligned_allocation();
+
+    misaligned_allocation(const misaligned_allocation&) = delete;
+    misaligned_allocation& operator=(const misaligned_allocation&) = delete;
+};
+
 /// Allocations of numeric storage made by this thread so far.
 unsigned long allocation_count();
 

@@ -65,7 +65,7 @@ public:
     static dense1D wrap(T* array, unsigned n) noexcept
     {
         dense1D view;
-        if (view.block)
+        if (view.block && array)
         {
             view.block->data = array;
             view.block->capacity = n;

@@ -69,7 +69,7 @@ public:
     {
         dense2D view;
         const std::uint64_t extent = nbr_cols && nbr_rows ? std::uint64_t{nbr_cols - 1} * leading + nbr_rows : 0;
-        if (view.block && extent <= 0xFFFFFFFFu)
+        if (view.block && array && extent <= 0xFFFFFFFFu)
         {
             view.block->data = array;
             view.block->capacity = static_cast<unsigned>(extent);
@@ -193,7 +193,10 @@ private:
     bool grow(std::uint64_t min_capacity, unsigned factor) noexcept
     {
         if (!block) block = block_type::create();
-        return block && block->__grow(min_capacity, static_cast<unsigned>(offset + extent()), factor);
+        if (!block) return false;
+        // Other views on the block, such as the matrix that this one is a part of, may look at elements behind the last one of this view.
+        const std::uint64_t in_use = block->references() > 1 ? block->capacity : offset + extent();
+        return block->__grow(min_capacity, static_cast<unsigned>(in_use), factor);
     }
 
     void copy_columns(const dense2D& other, unsigned nbr_rows, unsigned nbr_cols) noexcept

@@ -49,14 +49,14 @@ private:
 
     /// Makes room for at least `min_capacity` elements and for `factor` times the present capacity, keeping the first `keep` elements;
     /// the others are default-constructed (zero for numbers). False, with nothing changed, when that many elements are beyond 32 bits
-    /// or beyond memory. `factor` is never 0.
+    /// or beyond memory.
     bool __grow(std::uint64_t min_capacity, unsigned keep, unsigned factor) noexcept
     {
         constexpr std::uint64_t max_count = 0xFFFFFFFFu;
         constexpr std::uint64_t slack = (A > sizeof(T) ? A : sizeof(T)) - 1;
 
-        if (capacity > max_count / factor || min_capacity > max_count) return false;
         std::uint64_t wanted = std::uint64_t{capacity} * factor;
+        if (wanted > max_count || min_capacity > max_count) return false;
         if (wanted < 2) wanted = 2;
         if (wanted < min_capacity) wanted = min_capacity;
         if (wanted > (SIZE_MAX - slack) / sizeof(T)) return false;
@@ -69,6 +69,8 @@ private:
         T* const new_data = reinterpret_cast<T*>(raw + new_shift);
         std::uint64_t new_capacity = (bytes - new_shift) / sizeof(T);
         if (new_capacity > max_count) new_capacity = max_count;
+        // A view whose fields were set beyond the block has no elements there to keep.
+        if (keep > capacity) keep = capacity;
 
         if constexpr (std::is_trivially_copyable_v<T>)
         {
