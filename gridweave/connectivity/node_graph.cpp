@@ -31,14 +31,12 @@ auto with_rows(unsigned rows, Worker&& worker)
 template <class Worker>
 void for_each_entry(const dense2D<unsigned>& connectivity, Worker&& worker)
 {
-    with_rows(connectivity.rows,
-              [&](auto rows)
-              {
-                  const unsigned* column = connectivity.data();
-                  for (unsigned element = 0; element < connectivity.cols; ++element, column += connectivity.ld)
-                      for (unsigned r = 0; r < rows; ++r)
-                          if (column[r] != none_index) worker(element, column[r]);
-              });
+    with_rows(connectivity.rows, [&](auto rows) {
+        const unsigned* column = connectivity.data();
+        for (unsigned element = 0; element < connectivity.cols; ++element, column += connectivity.ld)
+            for (unsigned r = 0; r < rows; ++r)
+                if (column[r] != none_index) worker(element, column[r]);
+    });
 }
 
 int give_up(dense1D<unsigned>& first, dense1D<unsigned>& list)
@@ -87,12 +85,10 @@ int build_node_elements(const dense2D<unsigned>& connectivity, dense1D<unsigned>
 
     unsigned largest = 0;
     unsigned smallest = none_index;
-    for_each_entry(connectivity,
-                   [&](unsigned, unsigned node)
-                   {
-                       largest = std::max(largest, node);
-                       smallest = std::min(smallest, node);
-                   });
+    for_each_entry(connectivity, [&](unsigned, unsigned node) {
+        largest = std::max(largest, node);
+        smallest = std::min(smallest, node);
+    });
     // Starts of nodes this close to the index limit can't be counted in 32 bits.
     if (largest > none_index - 3 || !first.resize(largest + 3)) return give_up(first, list);
     const unsigned lowest = std::min(smallest, largest);
@@ -124,14 +120,11 @@ int build_node_graph(const dense2D<unsigned>& connectivity, const dense1D<unsign
 
     // The node-to-element form leaves none entries out, so its length tells whether there are any.
     const bool padded = element_list.size != std::uint64_t{connectivity.rows} * connectivity.cols;
-    const auto walk = [&](auto&& visit, auto&& close)
-    {
-        with_rows(connectivity.rows,
-                  [&](auto rows)
-                  {
-                      padded ? walk_graph<true>(connectivity, rows, element_first, element_list, marker, visit, close)
-                             : walk_graph<false>(connectivity, rows, element_first, element_list, marker, visit, close);
-                  });
+    const auto walk = [&](auto&& visit, auto&& close) {
+        with_rows(connectivity.rows, [&](auto rows) {
+            padded ? walk_graph<true>(connectivity, rows, element_first, element_list, marker, visit, close)
+                   : walk_graph<false>(connectivity, rows, element_first, element_list, marker, visit, close);
+        });
     };
 
     std::uint64_t total = 0;
@@ -141,8 +134,7 @@ int build_node_graph(const dense2D<unsigned>& connectivity, const dense1D<unsign
     if (total >= none_index || !list.resize(static_cast<unsigned>(total) + 1)) return give_up(first, list);
     unsigned* next = list.data();
     walk(
-        [&](unsigned neighbor, bool is_new)
-        {
+        [&](unsigned neighbor, bool is_new) {
             *next = neighbor;
             next += is_new;
         },
@@ -178,11 +170,9 @@ int get_ancestors(const dense2D<unsigned>& connectivity, dense1D<unsigned>& ance
 
     const unsigned known = ancestors.size;
     unsigned* const holder = ancestors.data();
-    for_each_entry(connectivity,
-                   [&](unsigned element, unsigned node)
-                   {
-                       if (node < known) holder[node] = element;
-                   });
+    for_each_entry(connectivity, [&](unsigned element, unsigned node) {
+        if (node < known) holder[node] = element;
+    });
     return 0;
 }
 

@@ -33,6 +33,20 @@ TQ4_GRIDWEAVE_API int get_connected_elements(const dense2D<unsigned>& connectivi
 /// @return 0; -199 out of memory, or for a graph beyond 32-bit counts, with both outputs empty
 TQ4_GRIDWEAVE_API int get_node_graph(const dense2D<unsigned>& connectivity, dense1D<unsigned>& first, dense1D<unsigned>& list);
 
+/// Finds, for every side of every element, the element on the other side. Sides are matched by their node indices alone, in any rotation
+/// and in either direction: elements are neighbours even if their orientations disagree. A triangular face never equals a quadrangular
+/// one.
+///
+/// @param connectivity  nodes of an element × elements
+/// @param kind          a linear kind
+/// @param link_shared   what becomes of a side that three or more elements share. False: it is a boundary, without neighbours. True: its
+///                      first element points at the last one and all others at the first (so these links are not symmetric).
+/// @param neighbors     replaced; nbr_boundaries(kind) × elements, an element index or `none_index`; rows beyond the sides of a column of
+///                      a mixed matrix hold none. Empty for an empty connectivity and after -1 and -2.
+/// @return 0; -1 `check_IDs` by kind fails; -2 the kind is not linear; -199 out of memory, with `neighbors` empty or filled with none
+TQ4_GRIDWEAVE_API int get_neighbors(const dense2D<unsigned>& connectivity, element_type kind, bool link_shared,
+                                    dense2D<unsigned>& neighbors);
+
 /// One element that holds each node: the highest, or `none_index` where there is none. A vector handed in with a size keeps that size, and
 /// only the entries of connected nodes below it are rewritten; an empty one takes largest node index + 1 entries.
 ///

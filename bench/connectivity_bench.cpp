@@ -1,0 +1,59 @@
+// Connectivity of large meshes: 1 million triangles, 1 million tetrahedra, 0.3 million hexahedra.
+
+#include <benchmark/benchmark.h>
+
+#include <tq4/gridweave/connectivity.h>
+
+#include "meshes.h"
+
+namespace
+{
+
+using namespace tq4;
+using namespace tq4::gridweave;
+
+struct sample
+{
+    const char* name;
+    dense2D<unsigned> connectivity;
+    element_type kind;
+};
+
+const std::vector<sample>& samples()
+{
+    static const std::vector<sample> all{
+        {"triangles", bench::triangles(707), ELEM_TRIA3},   {"random triangles", bench::shuffled(bench::triangles(707)), ELEM_TRIA3},
+        {"tetrahedra", bench::tetrahedra(55), ELEM_TETRA4}, {"random tetrahedra", bench::shuffled(bench::tetrahedra(55)), ELEM_TETRA4},
+        {"hexahedra", bench::hexahedra(67), ELEM_HEXA8},
+    };
+    return all;
+}
+
+/// Registers a timing of `call(sample)` for every mesh.
+template <class Call>
+bool for_all_meshes(const char* family, Call call)
+{
+    for (const sample& mesh : samples())
+        benchmark::RegisterBenchmark((std::string(family) + "/" + mesh.name).c_str(), [call, &mesh](benchmark::State& state) {
+            for (auto _ : state) call(mesh);
+            state.counters["elements"] = mesh.connectivity.cols;
+        })->Unit(benchmark::kMillisecond);
+    return true;
+}
+
+const bool neighbors_registered = for_all_meshes("neighbors", [](const sample& mesh) {
+    dense2D<unsigned> neighbors;
+    benchmark::DoNotOptimize(get_neighbors(mesh.connectivity, mesh.kind, false, neighbors));
+});
+
+const bool node_to_element_registered = for_all_meshes("node to element", [](const sample& mesh) {
+    dense1D<unsigned> first, list;
+    benchmark::DoNotOptimize(get_connected_elements(mesh.connectivity, first, list));
+});
+
+const bool node_graph_registered = for_all_meshes("node graph", [](const sample& mesh) {
+    dense1D<unsigned> first, list;
+    benchmark::DoNotOptimize(get_node_graph(mesh.connectivity, first, list));
+});
+
+} // namespace

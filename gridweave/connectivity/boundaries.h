@@ -1,0 +1,37 @@
+#pragma once
+
+// Nodes of the local sides of elements.
+
+#include "gridweave/core/shapes.h"
+
+namespace tq4::gridweave
+{
+
+/// Writes the nodes of a local side of an element to `out` and returns the place behind the last one, which tells a triangular from a
+/// quadrangular face.
+template <class Shape>
+unsigned* copy_side(unsigned side, const unsigned* nodes, unsigned* out)
+{
+    const local_side& local = Shape::sides[side];
+    for (unsigned k = 0; k < local.count; ++k) *out++ = nodes[local.node[k]];
+    return out;
+}
+
+inline unsigned* copy_tetra_face(unsigned side, const unsigned* nodes, unsigned* out)
+{
+    return copy_side<tetrahedron>(side, nodes, out);
+}
+inline unsigned* copy_pyramid_face(unsigned side, const unsigned* nodes, unsigned* out)
+{
+    return copy_side<pyramid>(side, nodes, out);
+}
+inline unsigned* copy_wedge_face(unsigned side, const unsigned* nodes, unsigned* out)
+{
+    return copy_side<wedge>(side, nodes, out);
+}
+inline unsigned* copy_hexa_face(unsigned side, const unsigned* nodes, unsigned* out)
+{
+    return copy_side<hexahedron>(side, nodes, out);
+}
+
+} // namespace tq4::gridweave
