@@ -2,6 +2,9 @@
 
 // Nodes of the local sides of elements.
 
+#include <array>
+
+#include "gridweave/core/append.h"
 #include "gridweave/core/shapes.h"
 
 namespace tq4::gridweave
@@ -32,6 +35,16 @@ inline unsigned* copy_wedge_face(unsigned side, const unsigned* nodes, unsigned*
 inline unsigned* copy_hexa_face(unsigned side, const unsigned* nodes, unsigned* out)
 {
     return copy_side<hexahedron>(side, nodes, out);
+}
+
+/// Appends a local side as one column to a boundaries matrix; a triangular face in a matrix of four rows ends in none. False when memory
+/// runs out.
+template <class Shape>
+bool append_side(dense2D<unsigned>& boundaries, unsigned rows, unsigned side, const unsigned* nodes)
+{
+    std::array<unsigned, 4> column{none_index, none_index, none_index, none_index};
+    copy_side<Shape>(side, nodes, column.data());
+    return append_column(boundaries, column.data(), rows);
 }
 
 } // namespace tq4::gridweave

@@ -4,6 +4,21 @@
 ///
 /// Graphs come in the compressed two-vector form: the entries of node n are `list[first[n]]` to `list[first[n + 1] - 1]`. `first` has
 /// one entry more than nodes are covered, from `first[0]` = 0 upwards, and the nodes covered are those up to the largest index used.
+///
+/// The local boundaries (sides) of the linear kinds, by positions in an element's column, in the order of their local numbers:
+///   ELEM_BAR2    (1), (0)
+///   ELEM_TRIA3   (1,2), (2,0), (0,1)
+///   ELEM_QUAD4   (0,1), (1,2), (2,3), (3,0)
+///   ELEM_TETRA4  (1,2,3), (2,0,3), (1,3,0), (2,1,0)
+///   ELEM_PYRA5   (0,4,1), (1,4,2), (2,4,3), (3,4,0), (0,1,2,3)
+///   ELEM_PENTA6  (0,1,2), (3,5,4), (2,1,4,5), (0,2,5,3), (1,0,3,4)
+///   ELEM_HEXA8   (0,3,7,4), (1,5,6,2), (0,4,5,1), (3,2,6,7), (0,1,2,3), (4,7,6,5)
+/// A column of ELEM_SURF_ANY or ELEM_SOLID_ANY has the sides of its shape. A boundaries matrix is a connectivity one dimension down: 1 row
+/// of nodes for ELEM_BAR2, 2 rows for surface kinds, 3 for ELEM_TETRA4, 4 for the other solids, where a triangular face ends in
+/// `none_index`. A boundary id is element × stride + local number, with the kind's `nbr_boundaries` as stride.
+///
+/// A linear kind, below, is one of ELEM_BAR2, ELEM_TRIA3, ELEM_QUAD4, ELEM_SURF_ANY, ELEM_TETRA4, ELEM_PYRA5, ELEM_PENTA6, ELEM_HEXA8 and
+/// ELEM_SOLID_ANY. A mixed kind with the rows of a plain one is taken as that plain kind (see `element_type`).
 
 #include <tq4/export.h>
 #include <tq4/gridweave/core.h>
@@ -46,6 +61,37 @@ TQ4_GRIDWEAVE_API int get_node_graph(const dense2D<unsigned>& connectivity, dens
 /// @return 0; -1 `check_IDs` by kind fails; -2 the kind is not linear; -199 out of memory, with `neighbors` empty or filled with none
 TQ4_GRIDWEAVE_API int get_neighbors(const dense2D<unsigned>& connectivity, element_type kind, bool link_shared,
                                     dense2D<unsigned>& neighbors);
+
+/// Lists every side of every element, by ascending element and local number.
+///
+/// @param connectivity  nodes of an element × elements
+/// @param boundaries    appended to; nodes of a side × sides
+/// @return 0, also for an empty connectivity; -1 `check_IDs` by kind fails; -2 the kind is not linear, or `boundaries` has entries and
+///         another row count; -199 out of memory, with the columns appended so far
+TQ4_GRIDWEAVE_API int get_element_boundaries(const dense2D<unsigned>& connectivity, element_type kind, dense2D<unsigned>& boundaries);
+
+/// Lists the free sides, those without a neighbour, by ascending element and local number.
+///
+/// @param connectivity  nodes of an element × elements
+/// @param neighbors     what `get_neighbors` gave for this mesh; whether a side shared by three or more elements is free was decided there
+/// @param boundaries    appended to; nodes of a side × free sides
+/// @return 0, also for a connectivity with no columns; -1 the rows of the connectivity do not fit the kind; -2 `neighbors` has another
+///         shape than nbr_boundaries(kind) × elements, or an entry that is neither none nor an element; -4 `boundaries` has entries and
+///         another row count; -3 the kind is not linear; -199 out of memory, with the columns appended so far
+TQ4_GRIDWEAVE_API int get_mesh_boundaries(const dense2D<unsigned>& connectivity, const dense2D<unsigned>& neighbors, element_type kind,
+                                          dense2D<unsigned>& boundaries);
+
+/// Lists the free sides as boundary ids, in the order of `get_mesh_boundaries`.
+///
+/// @param neighbors  what `get_neighbors` gave for this mesh; entries are compared with none only
+/// @param ids        appended to; one boundary id per free side
+/// @param stride     replaced; the kind's `nbr_boundaries`, by which an id is taken apart (quotient: element, remainder: local number). 0
+///                   for an empty connectivity and after -1.
+/// @return 0, also for an empty connectivity; -1 `check_IDs` by kind fails; -2 the kind is not linear, or `neighbors` has another shape
+/// than
+///         nbr_boundaries(kind) × elements; -199 out of memory, with the ids appended so far
+TQ4_GRIDWEAVE_API int get_mesh_bounding_elements(const dense2D<unsigned>& connectivity, const dense2D<unsigned>& neighbors,
+                                                 element_type kind, dense1D<unsigned>& ids, unsigned& stride);
 
 /// One element that holds each node: the highest, or `none_index` where there is none. A vector handed in with a size keeps that size, and
 /// only the entries of connected nodes below it are rewritten; an empty one takes largest node index + 1 entries.
