@@ -209,5 +209,70 @@ TQ4_GRIDWEAVE_API int metrics_aniso3d_to_aniso2d(const dense2D<double>& metrics3
 TQ4_GRIDWEAVE_API int metrics_gen_iso(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
                                       dense1D<double>& sizes, double p);
 
+// ---------------------------------------------------------------------------------------------------------------- gradation and variation
+
+/// Limits the gradation of a field over a mesh, in place: the metrics of nodes move, the worst edge first, until no move is left that
+/// would bring an edge of the node graph down to the limit `g`.
+///
+/// The gradation of an edge is the growth of the size along it, per unit of metric length: neighbouring elements that follow the field
+/// grow by a factor of at most 1 + g. An edge joins two nodes that stand in one element, so the diagonals of a quadrangle and the
+/// mid-side nodes of a quadratic element count too. To correct an edge, the metric of one end moves towards that of the other until the
+/// edge meets the limit. A tensor moves in the sizes on the basis that it has in common with its neighbour's, and gives no ground in any
+/// direction against its own way of travel. A node that touches frozen nodes moves only as far as this reduces the excess on the edges
+/// to these; when those edges are within the limit it stays where it is.
+///
+/// With direction 1 or -1 and no frozen node, no edge is left above exp(ln(1 + g) / 0.999) - 1 (moves of less than a thousandth of
+/// the way are not made), and a second call changes no bit. Two neighbours of a frozen node may keep an edge above the limit. With
+/// direction 0 a node goes on in the direction of its first move, and nodes that grow and nodes that shrink can meet and leave edges
+/// above the limit: sizes of 8, 1, 8 on a line of unit edges become 1, 8, 8 under a limit of 0. -1 is the usual choice, since it keeps
+/// every size that was asked for from being exceeded.
+///
+/// Invalid sizes and tensors take part by what the arithmetic makes of them: an edge that cannot be measured counts as infinitely
+/// steep, and a move that would not give a valid metric is not made. Edges of zero length between different sizes are closed by copying
+/// a size; between different tensors they stay.
+///
+/// The cost is that of the moves, each of which measures and queues the edges of one node again: the sum over all moves of degree times
+/// log(queue length). Nothing but the field itself bounds their number; a field of random jumps of several orders of magnitude over n nodes
+/// takes some 15 n to 30 n moves under direction 0 or 1, and a fifth of that under -1. Beside the node graph the queue takes 20 bytes
+/// per entry, stale entries included.
+///
+/// @param pos             coordinates, 2 or 3 rows × nodes
+/// @param connectivity    nodes of an element × elements
+/// @param kind            kind of the elements
+/// @param indices         nodes in a list; `none_index` entries are skipped
+/// @param indices_frozen  true: the listed nodes are frozen and all others may move. False: only the listed nodes may move.
+/// @param direction       1: sizes may only grow. -1: they may only shrink. 0: each node goes the way of its first move. Taken modulo 256;
+///                        with any other value nothing moves.
+/// @param g               the limit, 0 or more; DBL_MAX asks for nothing
+/// @param metrics         a tensor per node, 3 rows × nodes over coordinates of 2 rows, 6 rows × nodes over 3; changed in place. Columns
+///                        behind the mesh's last node stay.
+/// @return the number of nodes moved (0 for an empty connectivity or g equal to DBL_MAX, before any other test); -1 when the coordinates
+///         have neither 2 nor 3 rows; -2 when the connectivity does not fit its kind or names a node beyond the coordinates; -4 for such a
+///         node in `indices`; -7 for a negative limit; -8 when the field has another row count or is shorter than the mesh needs; -199 out
+///         of memory, or more than 2^32 - 1 queued edges, where moves made so far stay in the field
+TQ4_GRIDWEAVE_API int bound_metric_gradations(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
+                                              const dense1D<unsigned>& indices, bool indices_frozen, int direction, double g,
+                                              dense2D<double>& metrics);
+
+/// The same for a field of sizes, one per node; vectors longer than the mesh keep their rest.
+TQ4_GRIDWEAVE_API int bound_metric_gradations(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
+                                              const dense1D<unsigned>& indices, bool indices_frozen, int direction, double g,
+                                              dense1D<double>& sizes);
+
+/// Limits the variation of a field over a mesh, in place: the size difference along an edge per unit of its real length, |h0 - h1| / d.
+/// Everything else is as for `bound_metric_gradations`, the result and its codes too, with two differences. The guarantee under
+/// direction 1 or -1 without frozen nodes is a variation of at most v / 0.999, and differences of sizes of at most 1e-12 times the edge's
+/// length are left alone. An edge of zero length between different sizes is closed by copying a size.
+///
+/// @param v  the limit, 0 or more; DBL_MAX asks for nothing
+TQ4_GRIDWEAVE_API int bound_metric_variations(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
+                                              const dense1D<unsigned>& indices, bool indices_frozen, int direction, double v,
+                                              dense2D<double>& metrics);
+
+/// The same for a field of sizes, one per node.
+TQ4_GRIDWEAVE_API int bound_metric_variations(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
+                                              const dense1D<unsigned>& indices, bool indices_frozen, int direction, double v,
+                                              dense1D<double>& sizes);
+
 } // namespace gridweave
 } // namespace tq4

@@ -1,0 +1,451 @@
+#pragma once
+
+// The relaxation that limits how much a field changes from node to node: the worst edge first, until no edge is left that a move would
+// improve. One template over the dimension, the form of the field (sizes or tensors) and the measure of an edge (gradation or variation).
+//
+// The idea of limiting the growth of a size field over the edges of a mesh follows H. Borouchaki, F. Hecht and P. J. Frey, "Mesh gradation
+// control", International Journal for Numerical Methods in Engineering 43 (1998), and F. Alauzet, "Size gradation control of anisotropic
+// meshes", Finite Elements in Analysis and Design 46 (2010). Where those sweep over the edges, a priority queue corrects the worst first.
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+
+#include <tq4/gridweave/core.h>
+
+#include "gridweave/connectivity/node_graph.h"
+#include "gridweave/core/points.h"
+#include "gridweave/core/vector_math.h"
+#include "gridweave/metrics/edge_measure.h"
+#include "gridweave/metrics/gradation_heap.h"
+#include "gridweave/metrics/interpolation.h"
+#include "gridweave/metrics/minimize.h"
+#include "gridweave/metrics/reduction.h"
+
+namespace tq4::gridweave
+{
+
+/// The measure that `bound_metric_gradations` limits.
+class gradation_limit
+{
+public:
+    explicit gradation_limit(double g) : limit_(g), log_growth_(std::log(1 + g)) {}
+
+    double limit() const { return limit_; }
+
+    template <class Metric>
+    static double measure(const edge_lengths& edge, const Metric& m0, const Metric& m1)
+    {
+        return gradation_of(edge, m0, m1);
+    }
+
+    /// The fraction of the way to the neighbour's size after which an edge of length `d` meets the limit, for sizes that differ by `dh`:
+    /// exact for a size linear along the edge. 0 where there is no way to go.
+    double fraction(double d, double dh) const
+    {
+        if (!(dh > 0)) return 0;
+        const double t = 1 - log_growth_ * d / dh;
+        return t > 0 ? t : 0;
+    }
+
+private:
+    double limit_;
+    double log_growth_;
+};
+
+/// The measure that `bound_metric_variations` limits.
+class variation_limit
+{
+public:
+    explicit variation_limit(double v) : limit_(v) {}
+
+    double limit() const { return limit_; }
+
+    template <class Metric>
+    static double measure(const edge_lengths& edge, const Metric& m0, const Metric& m1)
+    {
+        return variation_of(edge, m0, m1);
+    }
+
+    /// As for the gradation; here differences that are negligible beside the edge's length leave nothing to correct.
+    double fraction(double d, double dh) const
+    {
+        constexpr double negligible_slope = 1e-12;
+        if (!(d * negligible_slope < dh)) return 0;
+        const double t = 1 - (d / dh) * limit_;
+        return t > 0 ? t : 0;
+    }
+
+private:
+    double limit_;
+};
+
+/// Sizes of a field, one per node.
+class size_values
+{
+public:
+    using metric = double;
+
+    explicit size_values(dense1D<double>& sizes) : sizes_(sizes.data()) {}
+
+    double operator[](unsigned node) const { return sizes_[node]; }
+    void set(unsigned node, double size) { sizes_[node] = size; }
+
+private:
+    double* sizes_;
+};
+
+/// Tensors of a field, one column per node.
+template <unsigned D>
+class tensor_values
+{
+public:
+    using metric = tensor<D>;
+
+    explicit tensor_values(dense2D<double>& metrics) : base_(metrics.data()), step_(metrics.ld) {}
+
+    metric operator[](unsigned node) const { return tensor_at<D>(base_ + step_ * node); }
+    void set(unsigned node, const metric& m) { store(m, base_ + step_ * node); }
+
+private:
+    double* base_;
+    std::size_t step_;
+};
+
+/// The way that a node's size may go, as stored per node.
+enum class travel : unsigned char
+{
+    either = 0,
+    grow = 1,
+    shrink = 255
+};
+
+/// Length of an edge and the sizes of its two ends along it.
+struct edge_sizes
+{
+    double d;
+    double h0;
+    double h1;
+};
+
+template <unsigned D>
+edge_sizes sizes_along(const vector_fixed<double, D>& u, double h0, double h1)
+{
+    return {norm(u), h0, h1};
+}
+
+template <unsigned D>
+edge_sizes sizes_along(const vector_fixed<double, D>& u, const tensor<D>& m0, const tensor<D>& m1)
+{
+    const double squared_length = squared_norm(u);
+    const double d = std::sqrt(squared_length);
+    vector_fixed<double, D> unit = u;
+    if (squared_length != 0 && squared_length != 1)
+        for (unsigned k = 0; k < D; ++k) unit[k] = u[k] / d;
+    const auto size = [&](const tensor<D>& m) {
+        const double q = quadratic_form(m, unit);
+        return q > 0 ? 1 / std::sqrt(q) : q;
+    };
+    return {d, size(m0), size(m1)};
+}
+
+/// Keeps a metric that a node is to take from giving ground against the node's way of travel.
+inline bool keep_to_way(travel way, double start, double& size)
+{
+    if (way == travel::grow && !(size > start)) size = start;
+    if (way == travel::shrink && !(size < start)) size = start;
+    return true;
+}
+
+/// The same for tensors, in every direction of their common basis. False, with the tensor as it was, when they have none.
+template <unsigned D>
+bool keep_to_way(travel way, const tensor<D>& start, tensor<D>& m)
+{
+    const tensor<D> asked = m;
+    if (way == travel::grow) return maximum_metric_inner(start, asked, m);
+    if (way == travel::shrink) return minimum_metric_inner(start, asked, m);
+    return true;
+}
+
+/// How far two metrics are apart, as a ratio of sizes from 1 up; what does not compare counts as no change.
+inline double metric_change_ratio(double before, double after)
+{
+    return after > before ? after / before : before / after;
+}
+
+template <unsigned D>
+double metric_change_ratio(const tensor<D>& before, const tensor<D>& after)
+{
+    double largest = 1;
+    for (unsigned k = 0; k < D; ++k)
+    {
+        const double ratio = metric_change_ratio(before(k, k), after(k, k));
+        if (ratio > largest) largest = ratio;
+    }
+    return std::sqrt(largest);
+}
+
+/// One run of the relaxation.
+template <unsigned D, class Limit, class Values>
+class relaxation
+{
+public:
+    using metric = typename Values::metric;
+
+    /// Value of a node's status when it never moves; 0 is a node that has not moved yet, any other value the stamp of its latest move.
+    static constexpr unsigned frozen = none_index;
+
+    relaxation(const point_reader<D>& pos, const dense1D<unsigned>& first, const dense1D<unsigned>& list, dense1D<unsigned>& status,
+               dense1D<travel>& ways, const Limit& limit, const Values& values)
+        : pos_(pos), first_(first), list_(list), status_(status), ways_(ways), limit_(limit), values_(values)
+    {
+    }
+
+    /// Runs until no edge is left to correct. The number of nodes moved, or -199 with the moves made so far kept.
+    int propagate_bounds()
+    {
+        const unsigned nodes = first_.size - 1;
+        any_frozen_ = std::any_of(status_.begin(), status_.end(), [](unsigned s) { return s != 0; });
+
+        for (unsigned i = 0; i < nodes; ++i)
+        {
+            if (status_[i] != 0) continue;
+            const metric mine = values_[i];
+            for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
+            {
+                const unsigned j = list_[p];
+                const double e = measure(mine, values_[j], subtract(pos_[j], pos_[i]));
+                if (limit_.limit() < e && !heap_.push({gradation_key(e), 0, i, j})) return out_of_memory;
+            }
+        }
+
+        unsigned stamp = 0;
+        int moved = 0;
+        while (!heap_.empty())
+        {
+            const gradation_record worst = heap_.pop();
+            const unsigned i = worst.node;
+            const unsigned j = worst.neighbour;
+            if (status_[i] > worst.stamp) continue;
+            if (status_[j] > worst.stamp && status_[j] != frozen) continue;
+
+            if (any_frozen_ && !list_frozen_neighbours(i)) return out_of_memory;
+            travel way = ways_[i];
+            if (!correct_node(i, j, way)) continue;
+
+            ways_[i] = way;
+            if (status_[i] == 0) ++moved;
+            status_[i] = ++stamp;
+            if (!push_edges_of(i, stamp)) return out_of_memory;
+        }
+        return moved;
+    }
+
+private:
+    double measure(const metric& m0, const metric& m1, const vector_fixed<double, D>& u) const
+    {
+        return Limit::measure(lengths_of_edge(u, m0, m1), m0, m1);
+    }
+
+    bool list_frozen_neighbours(unsigned i)
+    {
+        frozen_neighbours_.size = 0;
+        for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
+            if (status_[list_[p]] == frozen) frozen_neighbours_.push_back(list_[p]);
+        return true;
+    }
+
+    /// Queues the edges of a moved node that are above the limit, for both of their ends.
+    bool push_edges_of(unsigned i, unsigned stamp)
+    {
+        const metric mine = values_[i];
+        for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
+        {
+            const unsigned k = list_[p];
+            const double e = measure(mine, values_[k], subtract(pos_[k], pos_[i]));
+            if (!(limit_.limit() < e)) continue;
+            const float key = gradation_key(e);
+            if (!heap_.push({key, stamp, i, k})) return false;
+            if (status_[k] != frozen && !heap_.push({key, stamp, k, i})) return false;
+        }
+        return true;
+    }
+
+    /// Moves the metric of node i towards that of node j until their edge meets the limit. False when the node stays.
+    bool correct_node(unsigned i, unsigned j, travel& way)
+    {
+        // Smaller moves are not worth the work that they cause around them.
+        constexpr double least_fraction = 0.001;
+        constexpr double least_ratio = 1.000000000001;
+
+        const metric start = values_[i];
+        const metric goal = values_[j];
+        const edge_sizes edge = sizes_along(subtract(pos_[j], pos_[i]), start, goal);
+        double t = limit_.fraction(edge.d, std::fabs(edge.h1 - edge.h0));
+        if (!(t > least_fraction)) return false;
+
+        const travel wanted = edge.h1 > edge.h0 ? travel::grow : travel::shrink;
+        if (way == travel::either) way = wanted;
+        if (way != wanted) return false;
+
+        metric_path<metric> path(start, goal);
+        if (frozen_neighbours_.size != 0)
+        {
+            t = best_fraction(i, start, path, way, t);
+            if (!(t > least_fraction)) return false;
+        }
+
+        metric result;
+        if (!path.at(t, result) || !keep_to_way(way, start, result)) return false;
+        if (!(metric_change_ratio(start, result) > least_ratio)) return false;
+        values_.set(i, result);
+        return true;
+    }
+
+    /// A node beside frozen ones moves only to reduce an excess on the edges to them: the fraction of the way, up to `whole`, that leaves
+    /// the least of it, or 0 when there is no excess or no gain.
+    double best_fraction(unsigned i, const metric& start, metric_path<metric>& path, travel way, double whole)
+    {
+        constexpr unsigned coarse_steps = 6;
+        constexpr double fraction_tolerance = 0.001;
+
+        const auto penalty = [&](double t) { return excess_penalty(i, start, path, way, t); };
+        const double present = penalty(0);
+        if (!(0 < present && present < DBL_MAX)) return 0;
+
+        const double step = whole / coarse_steps;
+        double best_t = 0;
+        double best = present;
+        double t = 0;
+        for (unsigned k = 0; k < coarse_steps; ++k)
+        {
+            t += step;
+            const double f = penalty(t);
+            if (f < best)
+            {
+                best = f;
+                best_t = t;
+            }
+        }
+
+        double lo = best_t - step;
+        if (!(lo > 0)) lo = 0;
+        double hi = best_t + step;
+        if (!(whole > hi)) hi = whole;
+        const minimum_on_interval found = minimize_on_interval(lo, hi, 0, fraction_tolerance, penalty);
+        return present > found.value ? found.t : 0;
+    }
+
+    /// Sum of the squared excesses over the limit on the edges to frozen neighbours, with node i at the fraction `t` of its way.
+    double excess_penalty(unsigned i, const metric& start, metric_path<metric>& path, travel way, double t) const
+    {
+        static const double largest_excess = std::sqrt(DBL_MAX);
+
+        metric m;
+        if (!path.at(t, m)) return 0;
+        keep_to_way(way, start, m); // on failure the metric stays unmerged here
+        double sum = 0;
+        for (const unsigned k : frozen_neighbours_)
+        {
+            const double excess = measure(m, values_[k], subtract(pos_[k], pos_[i])) - limit_.limit();
+            if (!(excess > 0)) continue;
+            if (excess >= largest_excess) return DBL_MAX;
+            sum += excess * excess;
+        }
+        return sum;
+    }
+
+    point_reader<D> pos_;
+    const dense1D<unsigned>& first_;
+    const dense1D<unsigned>& list_;
+    dense1D<unsigned>& status_;
+    dense1D<travel>& ways_;
+    Limit limit_;
+    Values values_;
+    gradation_heap heap_;
+    dense1D<unsigned> frozen_neighbours_;
+    bool any_frozen_ = false;
+};
+
+/// The node-to-node form of a connectivity; the node-to-element form that it is made from is dropped.
+inline int build_graph(const dense2D<unsigned>& connectivity, dense1D<unsigned>& first, dense1D<unsigned>& list)
+{
+    dense1D<unsigned> element_first;
+    dense1D<unsigned> element_list;
+    if (const int result = build_node_elements(connectivity, element_first, element_list, true); result < 0) return result;
+    return build_node_graph(connectivity, element_first, element_list, first, list);
+}
+
+/// Sets a run up for arguments that have been tested, and makes it.
+template <unsigned D, class Limit, class Values>
+int relax(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, const dense1D<unsigned>& indices, bool indices_frozen,
+          travel way, const Limit& limit, const Values& values)
+{
+    constexpr unsigned frozen = relaxation<D, Limit, Values>::frozen;
+
+    // No move goes any other way.
+    if (way != travel::either && way != travel::grow && way != travel::shrink) return 0;
+
+    dense1D<unsigned> status;
+    if (!status.resize(pos.cols, indices_frozen ? 0 : frozen)) return out_of_memory;
+    for (const unsigned index : indices)
+        if (index < status.size) status[index] = indices_frozen ? frozen : 0;
+
+    dense1D<unsigned> first;
+    dense1D<unsigned> list;
+    if (const int result = build_graph(connectivity, first, list); result < 0) return result;
+    const unsigned nodes = first.size - 1;
+
+    dense1D<travel> ways;
+    if (!status.resize(nodes, frozen) || !ways.resize(nodes, way)) return out_of_memory;
+    return relaxation<D, Limit, Values>(point_reader<D>(pos), first, list, status, ways, limit, values).propagate_bounds();
+}
+
+inline bool holds_metrics_of(unsigned, const dense1D<double>&)
+{
+    return true;
+}
+inline bool holds_metrics_of(unsigned dimension, const dense2D<double>& metrics)
+{
+    return metrics.rows == dimension * (dimension + 1) / 2;
+}
+
+inline unsigned entries(const dense1D<double>& sizes)
+{
+    return sizes.size;
+}
+inline unsigned entries(const dense2D<double>& metrics)
+{
+    return metrics.cols;
+}
+
+template <unsigned D>
+size_values values_of(dense1D<double>& sizes)
+{
+    return size_values(sizes);
+}
+template <unsigned D>
+tensor_values<D> values_of(dense2D<double>& metrics)
+{
+    return tensor_values<D>(metrics);
+}
+
+/// The whole of an exported call: the four of them have the same tests and codes. `Field` is a vector of sizes or a matrix of tensors.
+template <class Limit, class Field>
+int limit_field(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind, const dense1D<unsigned>& indices,
+                bool indices_frozen, int direction, double limit, Field& field)
+{
+    if (connectivity.empty() || limit == DBL_MAX) return 0;
+    if (pos.rows != 2 && pos.rows != 3) return -1;
+    if (!check_IDs(connectivity, kind, pos.cols)) return -2;
+    if (!check_IDs(indices, pos.cols)) return -4;
+    if (limit < 0) return -7;
+    if (!holds_metrics_of(pos.rows, field)) return -8;
+    if (max_ID(connectivity) >= entries(field)) return -8;
+
+    const auto way = static_cast<travel>(static_cast<unsigned char>(direction));
+    if (pos.rows == 2) return relax<2>(pos, connectivity, indices, indices_frozen, way, Limit(limit), values_of<2>(field));
+    return relax<3>(pos, connectivity, indices, indices_frozen, way, Limit(limit), values_of<3>(field));
+}
+
+} // namespace tq4::gridweave
