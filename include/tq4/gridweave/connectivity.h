@@ -93,6 +93,62 @@ TQ4_GRIDWEAVE_API int get_mesh_boundaries(const dense2D<unsigned>& connectivity,
 TQ4_GRIDWEAVE_API int get_mesh_bounding_elements(const dense2D<unsigned>& connectivity, const dense2D<unsigned>& neighbors,
                                                  element_type kind, dense1D<unsigned>& ids, unsigned& stride);
 
+/// Finds the connected components of a neighbour matrix: sets of elements connected through its entries. Components come in the order of
+/// their lowest element, and within one the elements come in the order of a breadth-first search from it, by row order of the sides. Links
+/// are followed as they are stored; where they are not symmetric, an element that only points into an earlier component starts one of its
+/// own. Linear in the entries.
+///
+/// @param neighbors  sides × elements; entries that are no element are passed over
+/// @param indices    replaced; the element indices, component after component
+/// @param offsets    replaced; component k is `indices[offsets[k]]` to `indices[offsets[k + 1] - 1]`. One entry of 0 without elements.
+/// @return 0; -199 out of memory, with both outputs empty. A growth of `offsets` that fails is not reported: its entries are then missing.
+TQ4_GRIDWEAVE_API int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned>& indices, dense1D<unsigned>& offsets);
+
+/// Reorders a mesh by connected components, in the order of the overload above: component k takes the columns `offsets[k]` to
+/// `offsets[k + 1] - 1`, and the links are renumbered to fit. Nodes are not touched.
+///
+/// @param connectivity  in place; nodes of an element × elements
+/// @param neighbors     in place; sides × elements; entries that are no element stay as they are
+/// @param offsets       replaced, except after -2
+/// @return 0; -2 the column counts differ; -199 out of memory, with both matrices unchanged
+TQ4_GRIDWEAVE_API int get_subdomains(dense2D<unsigned>& connectivity, dense2D<unsigned>& neighbors, dense1D<unsigned>& offsets);
+
+/// Lists the sides that separate elements of different colours, and the free sides, by ascending element and local number. Free sides are
+/// listed once in any case.
+///
+/// @param connectivity  nodes of an element × elements
+/// @param neighbors     what `get_neighbors` gave for this mesh
+/// @param colors        one label per element; only equality counts, and `none_index` is a label like any other
+/// @param both_sides    false: a separating side is listed once, as its lower element has it; true: twice, once from each element
+/// @param boundaries    appended to; nodes of a side × sides
+/// @return 0, also for a connectivity with no columns; -1 the rows of the connectivity do not fit the kind; -2 `neighbors` has other rows
+///         than nbr_boundaries(kind), fewer columns than elements, or an entry that is neither none nor an element; -3 `colors` is not of
+///         the number of elements; -5 `boundaries` has entries and another row count; -4 the kind is not linear; -199 out of memory, with
+///         the columns appended so far
+TQ4_GRIDWEAVE_API int get_colors_boundaries(const dense2D<unsigned>& connectivity, const dense2D<unsigned>& neighbors,
+                                            const dense1D<unsigned>& colors, element_type kind, bool both_sides,
+                                            dense2D<unsigned>& boundaries);
+
+/// Groups the columns of a padded connectivity by their number of nodes, in place: those with most nodes come first, and columns of equal
+/// number keep their order. The nodes of a column are its entries before the first `none_index`; a column without any is dropped.
+///
+/// @param connectivity     in place; shrunk to the columns kept
+/// @param neighbors        in place, unless it is empty: columns reordered and dropped in the same way, links renumbered. Links to dropped
+///                         columns become none; entries that are no element stay.
+/// @param nodes_per_group  replaced; the number of nodes of each group, descending (one group of 0 where no column is kept)
+/// @param group_ends       replaced; the column behind the last one of each group
+/// @param old_to_new       replaced; the new place of each former column, none for a dropped one
+/// @return 0; -1 `neighbors` is not empty and has another number of columns, with nothing changed. Running out of memory is not reported:
+/// the
+///         matrices then stay as they are and the three lists come out empty.
+TQ4_GRIDWEAVE_API int sort_elfes(dense2D<unsigned>& connectivity, dense2D<unsigned>& neighbors, dense1D<unsigned>& nodes_per_group,
+                                 dense1D<unsigned>& group_ends, dense1D<unsigned>& old_to_new);
+
+/// The same without a neighbour matrix.
+/// @return 0
+TQ4_GRIDWEAVE_API int sort_elfes(dense2D<unsigned>& connectivity, dense1D<unsigned>& nodes_per_group, dense1D<unsigned>& group_ends,
+                                 dense1D<unsigned>& old_to_new);
+
 /// One element that holds each node: the highest, or `none_index` where there is none. A vector handed in with a size keeps that size, and
 /// only the entries of connected nodes below it are rewritten; an empty one takes largest node index + 1 entries.
 ///
