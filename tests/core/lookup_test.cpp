@@ -152,8 +152,7 @@ TEST(ListLookup, AgreesWithTheHashMapOnRandomLists)
         const unsigned step = round % 2 ? 1 : 100003;
         const unsigned low = round % 3 ? 0 : 4000000000u;
         const unsigned values = 1 + random.below(12);
-        const auto random_list = [&]
-        {
+        const auto random_list = [&] {
             dense1D<unsigned> v(random.below(12));
             for (unsigned& id : v) id = random.below(8) == 0 ? none : low + step * random.below(values);
             return v;
@@ -264,8 +263,7 @@ TEST(ColumnLookup, AgreesWithTheHashMultimapOnRandomColumns)
     {
         const unsigned rows = 1 + round % 6;
         const unsigned values = 1 + random.below(5);
-        const auto random_matrix = [&]
-        {
+        const auto random_matrix = [&] {
             dense2D<unsigned> m(rows, 1 + random.below(14));
             for (unsigned c = 0; c < m.cols; ++c)
                 for (unsigned r = 0; r < rows; ++r) m(r, c) = random.below(16) == 0 ? none : random.below(values);
