@@ -189,6 +189,64 @@ TQ4_GRIDWEAVE_API int simplify(dense2D<double>& pos, dense2D<unsigned>& connecti
 /// The same on two matrices. One matrix must not be given as both: it would be renumbered twice.
 TQ4_GRIDWEAVE_API int simplify(dense2D<double>& pos, dense2D<unsigned>& conn1, dense2D<unsigned>& conn2, unsigned start);
 
+// ---- Node merging ---------------------------------------------------------------------------------------------------------------------
+//
+// A node moves to the closest node within the tolerance that stands earlier, and on along the chain of such moves: with a tolerance of 1
+// nodes at 0, 0.9 and 1.8 all become the first, although it is farther than the tolerance from the last. Distances are compared squared and
+// the tolerance is included, so a tolerance of 0 merges nodes at exactly the same place; among equally close nodes the last in the order
+// of the search tree wins (the order of `node_detector::find_in_box`). No column of coordinates is removed: that is left to `simplify`.
+//
+// In all forms `tol` is a length in the units of `pos`, and NaN merges nothing. `new_ids` is replaced: one entry per node, the index of its
+// survivor, which is the node itself where nothing happened to it; it is empty where a call ends before the nodes are looked at. -199
+// means out of memory; connectivities and coordinates are then as they were, unless told otherwise.
+//
+// Cost: about n log n as long as few nodes lie within the tolerance of each other; beyond that it grows with the number of such pairs.
+
+/// Merges all nodes of a mesh, lower indices surviving, and writes the survivors' coordinates over the merged nodes.
+///
+/// @param pos  2 or 3 rows × nodes; changed in place
+/// @return the number of nodes merged; -1 when the rows are neither 2 nor 3; -3 when `tol` is negative; -199
+TQ4_GRIDWEAVE_API int merge(dense2D<double>& pos, dense1D<unsigned>& new_ids, double tol);
+TQ4_GRIDWEAVE_API int merge(dense2D<double>& pos, double tol);
+
+/// Merges the nodes of one list into those of another; only `new_ids` is filled. "Earlier" is the place in `targets`; a node that is in
+/// `ids` alone may move to any target, and a target moves only when it is in `ids` too.
+///
+/// @param ids, targets  node indices; `none_index` and repeats are passed over
+/// @param new_ids       as told above; empty when a list names no node
+/// @return the number of nodes merged; -1 when the rows are neither 2 nor 3; -2, -3 when an index of `ids`, of `targets` is not below the
+///         columns of `pos`; -4 when `tol` is negative; -199
+TQ4_GRIDWEAVE_API int merge(const dense2D<double>& pos, const dense1D<unsigned>& ids, const dense1D<unsigned>& targets,
+                            dense1D<unsigned>& new_ids, double tol);
+
+/// The same with one list for both.
+TQ4_GRIDWEAVE_API int merge(const dense2D<double>& pos, const dense1D<unsigned>& ids, dense1D<unsigned>& new_ids, double tol);
+
+/// Merges nodes of a range of matrices taken as one mesh, and renumbers the matrices. Nodes that stand in no column are not considered.
+///
+/// @param pos          2 or 3 rows × nodes; not changed, so nodes that lose their references stay in it
+/// @param first, last  matrices of node indices and `none_index`; renumbered in place
+/// @param mode         0: merge all nodes within the tolerance, those that appear first surviving. 1: merge only nodes of one element,
+///                     shortest sides first, in one pass over the elements; a node is merged away at most once in it. 2: repeat such passes
+///                     until one merges nothing.
+/// @param new_ids      as told above; empty when the range is, the identity after -2
+/// @return the number of nodes merged; -1 when the rows are neither 2 nor 3; -3 when `first` is above `last`; -5 when `tol` is negative;
+///         -6 when `mode` is above 2; -2 when an index is not below the columns of `pos`; -199 (with mode 2 passes may be done by then,
+///         and the matrices and `new_ids` show them)
+TQ4_GRIDWEAVE_API int merge(const dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last, dense1D<unsigned>& new_ids,
+                            double tol, unsigned mode);
+TQ4_GRIDWEAVE_API int merge(const dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* last, double tol, unsigned mode);
+
+/// The same on one matrix.
+TQ4_GRIDWEAVE_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectivity, dense1D<unsigned>& new_ids, double tol,
+                            unsigned mode);
+TQ4_GRIDWEAVE_API int merge(const dense2D<double>& pos, dense2D<unsigned>& connectivity, double tol, unsigned mode);
+
+/// The same on two matrices.
+TQ4_GRIDWEAVE_API int merge(const dense2D<double>& pos, dense2D<unsigned>& conn1, dense2D<unsigned>& conn2, dense1D<unsigned>& new_ids,
+                            double tol, unsigned mode);
+TQ4_GRIDWEAVE_API int merge(const dense2D<double>& pos, dense2D<unsigned>& conn1, dense2D<unsigned>& conn2, double tol, unsigned mode);
+
 // ---- Clipping -------------------------------------------------------------------------------------------------------------------------
 
 /// Keeps the elements that lie wholly in front of a plane, on the side that `normal` points to. No element is cut: one that touches or

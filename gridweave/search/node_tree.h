@@ -1,0 +1,218 @@
+#pragma once
+
+// The k-d tree behind the node detector and node merging: one node per record, linked in the order of a fixed shuffle.
+//
+// The shuffle stands in for balancing (a k-d tree built by random insertion has a depth of about log n: Bentley, "Multidimensional binary
+// search trees used for associative searching", 1975). The shape of the tree follows from the insertion order alone, and the order of box
+// results and the choice among equally close nodes follow from the shape; where a record stands in memory is free.
+
+#include <cstdint>
+
+#include <tq4/gridweave/core.h>
+#include <tq4/numcore/fixed.h>
+
+namespace tq4::gridweave
+{
+
+template <unsigned D>
+class node_tree
+{
+public:
+    using point = vector_fixed<double, D>;
+
+    /// An empty tree over the columns of `coords`, which must outlive it and is read through at every call: no coordinate is kept.
+    explicit node_tree(const dense2D<double>& coords) : coords_(&coords) {}
+
+    node_tree(const node_tree&) = delete;
+    node_tree& operator=(const node_tree&) = delete;
+
+    /// Makes this tree a separate duplicate over the same coordinates. False, with nothing changed, when memory runs out.
+    bool copy(const node_tree& other);
+
+    /// Inserts the shuffled list; nodes that are there already and indices beyond the columns are passed over. `added` gets the number
+    /// of nodes linked. False, with the tree as it was, when memory runs out.
+    bool insert(const dense1D<unsigned>& ids, unsigned& added);
+
+    const dense2D<double>& coords() const { return *coords_; }
+
+    /// Records in use: one per node, and one more while a record taken for a node that was there already awaits its reuse.
+    unsigned size() const { return records_.size + (spare_ ? 1 : 0); }
+
+    /// The node closest to `p`, passing `excluded` over. Among equals the first in the order of the search wins.
+    unsigned closest(const point& p, unsigned excluded) const;
+
+    /// Calls `visit(node)` for the nodes in the closed box: a record, its left subtree, its right subtree.
+    template <class Visitor>
+    void visit_box(const point& low, const point& high, Visitor&& visit) const;
+
+private:
+    template <unsigned>
+    friend class tree_growth;
+
+    /// Largest subtree that stands in one piece of memory, in the order of insertion.
+    static constexpr unsigned largest_run = 16;
+
+    /// Pending subtrees that a traversal holds in place. Deeper trees note the parent of each record instead.
+    static constexpr unsigned stack_depth = 96;
+
+    struct record
+    {
+        unsigned node;
+        unsigned left;  ///< strictly below on the axis of this record
+        unsigned right; ///< equal, above, or not comparable
+        unsigned run;   ///< records of the subtree when it is one piece of memory that begins here, else 0
+    };
+
+    /// A subtree to visit later, and the coordinate of its parent on the parent's axis.
+    struct pending
+    {
+        unsigned at;
+        unsigned axis;
+        double parent_coordinate;
+    };
+
+    /// Subtrees put off by a traversal, latest first.
+    class pending_stack
+    {
+    public:
+        void put_off(const pending& subtree) { held_[count_++] = subtree; }
+
+        bool resume(pending& position)
+        {
+            if (count_ == 0) return false;
+            position = held_[--count_];
+            return true;
+        }
+
+    private:
+        pending held_[stack_depth];
+        unsigned count_ = 0;
+    };
+
+    /// The same without any store, for trees of any depth: goes up from where the traversal stands to the next record that was left by
+    /// its `first` child and has a `second` one. It offers subtrees that were never put off too; the traversals test again on return.
+    class climber
+    {
+    public:
+        climber(const node_tree& tree, unsigned record::*first, unsigned record::*second) : tree_(tree), first_(first), second_(second) {}
+
+        void put_off(const pending&) {}
+
+        bool resume(pending& position) const
+        {
+            while (position.at != 0)
+            {
+                const unsigned above = tree_.parents_[position.at];
+                const record& parent = tree_.records_[above];
+                const unsigned axis = previous_axis(position.axis);
+                if (parent.*first_ == position.at && parent.*second_ != none_index)
+                {
+                    position.at = parent.*second_;
+                    position.parent_coordinate = tree_.coords_->column(parent.node)[axis];
+                    return true;
+                }
+                position.at = above;
+                position.axis = axis;
+            }
+            return false;
+        }
+
+    private:
+        const node_tree& tree_;
+        unsigned record::*first_;
+        unsigned record::*second_;
+    };
+
+    static constexpr unsigned next_axis(unsigned axis) { return axis + 1 == D ? 0 : axis + 1; }
+    static constexpr unsigned previous_axis(unsigned axis) { return axis == 0 ? D - 1 : axis - 1; }
+
+    /// False while the matrix does not hold the nodes of the tree (it shrank behind the tree's back), so that nothing is read beyond it.
+    bool is_readable() const
+    {
+        if (records_.empty() || !coords_->block || !coords_->block->data) return false;
+        return coords_->offset + std::uint64_t{largest_node_} * coords_->ld + D <= coords_->block->capacity;
+    }
+
+    struct candidate;
+
+    template <class Pending>
+    void search(const point& p, unsigned excluded, candidate& best, Pending&& later) const;
+    bool has_closer(const record* run, const point& p, unsigned excluded, double squared) const;
+
+    template <class Visitor, class Pending>
+    void walk_box(const point& low, const point& high, Visitor& visit, Pending&& later) const;
+
+    bool insert_each(const dense1D<unsigned>& ids, unsigned& added);
+    bool insert_all(const dense1D<unsigned>& ids, unsigned& added);
+    bool insert_distinct(const dense1D<unsigned>& ids, const dense1D<unsigned>& order, bool repeats_last, unsigned& added);
+    bool insert_one(unsigned id, unsigned& added);
+    bool note_parents(unsigned deepest);
+    void unlink_from(unsigned former_size);
+
+    const dense2D<double>* coords_;
+    dense1D<record> records_;   ///< record 0 is the root; the axis of a record is its depth modulo D
+    dense1D<unsigned> parents_; ///< of each record, in trees deeper than `stack_depth`; else empty
+    unsigned deepest_ = 0;      ///< records on the longest path
+    unsigned largest_node_ = 0;
+    bool spare_ = false; ///< the last insertion found its node in the tree, so its record is free for the next one
+};
+
+template <unsigned D>
+bool is_inside(const double* x, const vector_fixed<double, D>& low, const vector_fixed<double, D>& high)
+{
+    for (unsigned k = 0; k < D; ++k)
+        if (!(x[k] >= low[k] && x[k] <= high[k])) return false;
+    return true;
+}
+
+template <unsigned D>
+template <class Visitor>
+void node_tree<D>::visit_box(const point& low, const point& high, Visitor&& visit) const
+{
+    if (!is_readable()) return;
+    if (deepest_ <= stack_depth)
+        walk_box(low, high, visit, pending_stack());
+    else
+        walk_box(low, high, visit, climber(*this, &record::left, &record::right));
+}
+
+template <unsigned D>
+template <class Visitor, class Pending>
+void node_tree<D>::walk_box(const point& low, const point& high, Visitor& visit, Pending&& later) const
+{
+    const record* const records = records_.data();
+    const double* const base = coords_->data();
+    const std::size_t step = coords_->ld;
+
+    pending here{0, 0, 0};
+    for (;;)
+    {
+        const record& r = records[here.at];
+        const double* x = base + step * r.node;
+        const double t = x[here.axis];
+        const bool reaches_left = t >= low[here.axis];
+        const bool reaches_right = t <= high[here.axis];
+        if (reaches_left && reaches_right && is_inside(x, low, high)) visit(r.node);
+
+        const bool right = reaches_right && r.right != none_index;
+        if (reaches_left && r.left != none_index)
+        {
+            here.axis = next_axis(here.axis);
+            if (right) later.put_off({r.right, here.axis, t});
+            here.at = r.left;
+        }
+        else if (right)
+        {
+            here.axis = next_axis(here.axis);
+            here.at = r.right;
+        }
+        else
+        {
+            do
+                if (!later.resume(here)) return;
+            while (!(here.parent_coordinate <= high[previous_axis(here.axis)]));
+        }
+    }
+}
+
+} // namespace tq4::gridweave
