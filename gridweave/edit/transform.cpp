@@ -39,7 +39,7 @@ dense1D<unsigned> nodes_of(const dense2D<unsigned>& connectivity)
 
 /// The first N coordinates from `x` on.
 template <unsigned N>
-vector_fixed<double, N> load(const double* x)
+inline vector_fixed<double, N> load(const double* x)
 {
     vector_fixed<double, N> place{};
     for (unsigned k = 0; k < N; ++k) place[k] = x[k];
@@ -47,7 +47,7 @@ vector_fixed<double, N> load(const double* x)
 }
 
 template <unsigned N, class Move>
-void move_node(double* x, const Move& move)
+inline void move_node(double* x, const Move& move)
 {
     const vector_fixed<double, N> place = move(load<N>(x));
     for (unsigned k = 0; k < N; ++k) x[k] = place[k];
