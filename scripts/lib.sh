@@ -1,0 +1,89 @@
+# What the scripts share: installing what is missing, building, running tests. To be sourced by bash from the root of the repository.
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+fail()
+{
+    echo "$(basename "$0"): $*" >&2
+    exit 1
+}
+
+# True when a program with the given preprocessor line compiles and links with the given options.
+compiles()
+{
+    local line=$1
+    shift
+    printf '%s\nint main() {}\n' "$line" | c++ -x c++ - -o /dev/null "$@" 2>/dev/null
+}
+
+# True when what the named Debian package is for is there, from wherever it came.
+has()
+{
+    case $1 in
+    g++) command -v c++ ;;
+    ninja-build) command -v ninja ;;
+    liblapack-dev) compiles '' -llapack ;;
+    libgtest-dev) compiles '#include <gtest/gtest.h>' -lgtest ;;
+    libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' -lbenchmark ;;
+    *) command -v "$1" ;;
+    esac >/dev/null
+}
+
+# require PACKAGE...: installs what is missing with apt-get where it may, and says what to install where it may not.
+require()
+{
+    local missing=() package
+    for package in "$@"; do
+        has "$package" || missing+=("$package")
+    done
+    ((${#missing[@]})) || return 0
+
+    local as_root=()
+    if [[ $(id -u) != 0 ]]; then
+        as_root=(sudo -n)
+        sudo -n true 2>/dev/null || as_root=(false)
+    fi
+    if ! command -v apt-get >/dev/null || [[ ${as_root[0]:-} == false ]]; then
+        fail "please install ${missing[*]} (Debian's package names), then run this again."
+    fi
+
+    echo "Installing ${missing[*]}"
+    # An update that fails need not matter: the lists or the packages may be there already.
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq update || true
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install --yes --no-install-recommends "${missing[@]}" >/dev/null ||
+        fail "apt-get could not install ${missing[*]}; please install them, then run this again."
+}
+
+# configure PRESET OPTION...
+configure()
+{
+    local preset=$1
+    shift
+    if command -v ccache >/dev/null; then
+        export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER:-ccache}
+    fi
+    mkdir -p "build/$preset"
+    cmake --preset "$preset" "$@" >"build/$preset/configure.log" 2>&1 || {
+        cat "build/$preset/configure.log"
+        fail "configuring the preset $preset failed."
+    }
+}
+
+# build PRESET [TARGET...]: shows the compiler's messages where there are any.
+build()
+{
+    local preset=$1
+    shift
+    local targets=()
+    (($#)) && targets=(--target "$@")
+    cmake --build --preset "$preset" --parallel "$jobs" "${targets[@]}" >"build/$preset/build.log" 2>&1 || {
+        grep -vE '^\[[0-9]+/[0-9]+\] ' "build/$preset/build.log"
+        fail "building the preset $preset failed."
+    }
+}
+
+# run_tests PRESET: the whole test suite; shows what fails, and closes with ctest's own count.
+run_tests()
+{
+    ctest --preset "$1" --parallel "$jobs" | grep -vE '^ *Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test .* Passed '
+}
