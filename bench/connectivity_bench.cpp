@@ -17,6 +17,12 @@ struct sample
     const char* name;
     dense2D<unsigned> connectivity;
     element_type kind;
+    dense2D<unsigned> neighbors;
+
+    sample(const char* title, const dense2D<unsigned>& elements, element_type type) : name(title), connectivity(elements), kind(type)
+    {
+        get_neighbors(connectivity, kind, false, neighbors);
+    }
 };
 
 const std::vector<sample>& samples()
@@ -54,6 +60,16 @@ const bool node_to_element_registered = for_all_meshes("node to element", [](con
 const bool node_graph_registered = for_all_meshes("node graph", [](const sample& mesh) {
     dense1D<unsigned> first, list;
     benchmark::DoNotOptimize(get_node_graph(mesh.connectivity, first, list));
+});
+
+const bool edges_registered = for_all_meshes("edges", [](const sample& mesh) {
+    dense2D<unsigned> edges;
+    benchmark::DoNotOptimize(copy_edges(mesh.connectivity, mesh.kind, edges));
+});
+
+const bool subdomains_registered = for_all_meshes("subdomains", [](const sample& mesh) {
+    dense1D<unsigned> indices, offsets;
+    benchmark::DoNotOptimize(get_subdomains(mesh.neighbors, indices, offsets));
 });
 
 } // namespace

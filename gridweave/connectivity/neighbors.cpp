@@ -2,6 +2,7 @@
 
 #include <tq4/gridweave/connectivity.h>
 
+#include "gridweave/connectivity/numbering.h"
 #include "gridweave/connectivity/sides.h"
 
 namespace tq4::gridweave
@@ -144,9 +145,7 @@ int get_neighbors(const dense2D<unsigned>& connectivity, element_type kind, bool
     if (shape == topology::none) return -2;
     if (!neighbors.resize(nbr_boundaries(kind), connectivity.cols, none_index)) return out_of_memory;
 
-    // A table by node may be some times larger than the mesh, for instance for a part of a large one.
-    constexpr unsigned room_for_gaps = 4;
-    if (max_ID(connectivity) / room_for_gaps <= std::uint64_t{connectivity.rows} * connectivity.cols)
+    if (suits_node_table(max_ID(connectivity), std::uint64_t{connectivity.rows} * connectivity.cols))
         return match_all_sides(shape, connectivity, link_shared, neighbors);
 
     dense2D<unsigned> closed;

@@ -1,31 +1,16 @@
 #include "gridweave/connectivity/node_graph.h"
 
 #include <algorithm>
-#include <type_traits>
 
 #include <tq4/gridweave/connectivity.h>
+
+#include "gridweave/core/rows.h"
 
 namespace tq4::gridweave
 {
 
 namespace
 {
-
-/// Calls `worker(rows)` with the row count, as a compile-time constant for those of the linear kinds so that the loop over an element's
-/// nodes unrolls.
-template <class Worker>
-auto with_rows(unsigned rows, Worker&& worker)
-{
-    switch (rows)
-    {
-    case 2: return worker(std::integral_constant<unsigned, 2>{});
-    case 3: return worker(std::integral_constant<unsigned, 3>{});
-    case 4: return worker(std::integral_constant<unsigned, 4>{});
-    case 6: return worker(std::integral_constant<unsigned, 6>{});
-    case 8: return worker(std::integral_constant<unsigned, 8>{});
-    default: return worker(rows);
-    }
-}
 
 /// Calls `worker(element, node)` for every entry that is not none, in storage order.
 template <class Worker>

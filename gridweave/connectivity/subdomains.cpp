@@ -6,42 +6,44 @@
 #include "gridweave/connectivity/boundaries.h"
 #include "gridweave/core/bits.h"
 #include "gridweave/core/kinds.h"
+#include "gridweave/core/rows.h"
 
 namespace tq4::gridweave
 {
 
-int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned>& indices, dense1D<unsigned>& offsets)
+namespace
 {
-    const unsigned elements = neighbors.cols;
-    indices.size = 0;
-    offsets.size = 0;
-    bit_vector reached;
-    if (!reached.reset(elements) || !indices.reserve(elements, 1)) return out_of_memory;
-    offsets.push_back(0);
 
-    // A search leaves elements in the order in which they were first reached, so the result is the queue: what stands behind `next` waits.
-    unsigned* const queue = indices.data();
+/// Breadth-first searches over all elements. A search leaves elements in the order in which they were first reached, so the result is the
+/// queue: what stands behind `next` waits. The queue also tells which columns will be read, in time to have them fetched.
+template <class Rows>
+void search_all(const dense2D<unsigned>& neighbors, Rows sides, bit_vector& reached, unsigned* queue, dense1D<unsigned>& offsets)
+{
+    constexpr unsigned fetched_ahead = 24;
+    const unsigned* const links = neighbors.data();
+    const std::size_t step = neighbors.ld;
+    const unsigned elements = neighbors.cols;
     unsigned next = 0;
     unsigned end = 0;
     for (unsigned start = 0; end < elements; ++start)
     {
-        if (reached[start]) continue;
-        reached.set(start);
+        if (reached.test_and_set(start)) continue;
         queue[end++] = start;
-        while (next < end)
+        for (; next < end; ++next)
         {
-            const unsigned* const column = neighbors.column(queue[next++]);
-            for (unsigned side = 0; side < neighbors.rows; ++side)
-                if (column[side] < elements && !reached.test_and_set(column[side])) queue[end++] = column[side];
+            if (end - next > fetched_ahead) __builtin_prefetch(links + step * queue[next + fetched_ahead]);
+            const unsigned* const column = links + step * queue[next];
+            for (unsigned side = 0; side < sides; ++side)
+            {
+                const unsigned across = column[side];
+                if (across >= elements || reached[across]) continue;
+                reached.set(across);
+                queue[end++] = across;
+            }
         }
         offsets.push_back(end);
     }
-    indices.size = elements;
-    return 0;
 }
-
-namespace
-{
 
 bool pick_columns(const dense2D<unsigned>& matrix, const dense1D<unsigned>& indices, dense2D<unsigned>& picked)
 {
@@ -51,6 +53,19 @@ bool pick_columns(const dense2D<unsigned>& matrix, const dense1D<unsigned>& indi
 }
 
 } // namespace
+
+int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned>& indices, dense1D<unsigned>& offsets)
+{
+    indices.size = 0;
+    offsets.size = 0;
+    bit_vector reached;
+    if (!reached.reset(neighbors.cols) || !indices.reserve(neighbors.cols, 1)) return out_of_memory;
+    offsets.push_back(0);
+
+    with_rows(neighbors.rows, [&](auto rows) { search_all(neighbors, rows, reached, indices.data(), offsets); });
+    indices.size = neighbors.cols;
+    return 0;
+}
 
 int get_subdomains(dense2D<unsigned>& connectivity, dense2D<unsigned>& neighbors, dense1D<unsigned>& offsets)
 {

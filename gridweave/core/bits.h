@@ -14,8 +14,10 @@ public:
     /// Makes room for `count` bits and clears them. False when memory runs out.
     bool reset(unsigned count)
     {
-        words_.size = 0;
-        return words_.resize(count / 32 + (count % 32 != 0), 0);
+        storage_.size = 0;
+        const bool done = storage_.resize(count / 32 + (count % 32 != 0), 0);
+        words_ = storage_.data();
+        return done;
     }
 
     bool operator[](unsigned i) const { return (words_[i / 32] >> (i % 32)) & 1u; }
@@ -31,7 +33,8 @@ public:
     }
 
 private:
-    dense1D<unsigned> words_;
+    dense1D<unsigned> storage_;
+    unsigned* words_ = nullptr; // the compiler keeps it in a register across writes to other vectors, as it can't a view's offset
 };
 
 } // namespace tq4::gridweave

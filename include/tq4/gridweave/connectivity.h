@@ -157,5 +157,27 @@ TQ4_GRIDWEAVE_API int sort_elfes(dense2D<unsigned>& connectivity, dense1D<unsign
 /// @return 0; -199 out of memory, with `ancestors` empty
 TQ4_GRIDWEAVE_API int get_ancestors(const dense2D<unsigned>& connectivity, dense1D<unsigned>& ancestors);
 
+/// Lists the distinct edges of a mesh, each once as (low, high) with low not above high, in ascending order. Of quadratic kinds the edges
+/// run between corner nodes. An element with a repeated node gives an edge (n, n), which stays.
+///
+/// ELEM_PYRA13, ELEM_PENTA15, ELEM_HEXA20 and the kinds below ELEM_BAR2 add nothing, with result 0.
+///
+/// @param connectivity  nodes of an element × elements
+/// @param edges         appended to; 2 × edges. Columns already there are not compared with the new ones.
+/// @return 0, also for an empty connectivity; -1 `check_IDs` by kind fails; -3 `edges` has entries and not two rows; -199 no room in
+/// `edges`.
+///         Memory that runs out while edges are gathered is not reported: nothing is appended then.
+TQ4_GRIDWEAVE_API int copy_edges(const dense2D<unsigned>& connectivity, element_type kind, dense2D<unsigned>& edges);
+
+/// The same for a range of matrices taken as one mesh, so an edge that two of them share is listed once.
+///
+/// @param first, last  the range, `last` one past its end
+/// @param kinds        one `element_type` per matrix
+/// @return 0, also for an empty range; -2 `first` is behind `last`; -3 `kinds` is not of the length of the range; -4 `edges` has entries
+/// and
+///         not two rows; -1 `check_IDs` by kind fails for a matrix; -199 as above
+TQ4_GRIDWEAVE_API int copy_edges(const dense2D<unsigned>* first, const dense2D<unsigned>* last, const dense1D<int>& kinds,
+                                 dense2D<unsigned>& edges);
+
 } // namespace gridweave
 } // namespace tq4
