@@ -45,6 +45,7 @@ constexpr local_side side(std::uint8_t a, std::uint8_t b, std::uint8_t c, std::u
 
 struct bar
 {
+    static constexpr unsigned dim = 1;
     static constexpr unsigned nodes = 2;
     static constexpr std::array<local_side, 2> sides{side(1), side(0)};
     static constexpr std::array<local_edge, 1> edges{{{0, 1}}};
@@ -52,6 +53,7 @@ struct bar
 
 struct triangle
 {
+    static constexpr unsigned dim = 2;
     static constexpr unsigned nodes = 3;
     static constexpr std::array<local_side, 3> sides{side(1, 2), side(2, 0), side(0, 1)};
     static constexpr std::array<local_edge, 3> edges{{{1, 2}, {2, 0}, {0, 1}}};
@@ -59,6 +61,7 @@ struct triangle
 
 struct quadrangle
 {
+    static constexpr unsigned dim = 2;
     static constexpr unsigned nodes = 4;
     static constexpr std::array<local_side, 4> sides{side(0, 1), side(1, 2), side(2, 3), side(3, 0)};
     static constexpr std::array<local_edge, 4> edges{{{0, 1}, {1, 2}, {2, 3}, {3, 0}}};
@@ -66,6 +69,7 @@ struct quadrangle
 
 struct tetrahedron
 {
+    static constexpr unsigned dim = 3;
     static constexpr unsigned nodes = 4;
     static constexpr std::array<local_side, 4> sides{side(1, 2, 3), side(2, 0, 3), side(1, 3, 0), side(2, 1, 0)};
     static constexpr std::array<local_edge, 6> edges{{{1, 2}, {2, 0}, {0, 1}, {3, 0}, {3, 1}, {3, 2}}};
@@ -73,6 +77,7 @@ struct tetrahedron
 
 struct pyramid
 {
+    static constexpr unsigned dim = 3;
     static constexpr unsigned nodes = 5;
     static constexpr std::array<local_side, 5> sides{side(0, 4, 1), side(1, 4, 2), side(2, 4, 3), side(3, 4, 0), side(0, 1, 2, 3)};
     static constexpr std::array<local_edge, 8> edges{{{0, 4}, {1, 4}, {2, 4}, {3, 4}, {0, 1}, {1, 2}, {2, 3}, {3, 0}}};
@@ -80,6 +85,7 @@ struct pyramid
 
 struct wedge
 {
+    static constexpr unsigned dim = 3;
     static constexpr unsigned nodes = 6;
     static constexpr std::array<local_side, 5> sides{side(0, 1, 2), side(3, 5, 4), side(2, 1, 4, 5), side(0, 2, 5, 3), side(1, 0, 3, 4)};
     static constexpr std::array<local_edge, 9> edges{{{0, 3}, {1, 4}, {2, 5}, {1, 2}, {2, 0}, {0, 1}, {4, 5}, {5, 3}, {3, 4}}};
@@ -87,6 +93,7 @@ struct wedge
 
 struct hexahedron
 {
+    static constexpr unsigned dim = 3;
     static constexpr unsigned nodes = 8;
     static constexpr std::array<local_side, 6> sides{side(0, 3, 7, 4), side(1, 5, 6, 2), side(0, 4, 5, 1),
                                                      side(3, 2, 6, 7), side(0, 1, 2, 3), side(4, 7, 6, 5)};

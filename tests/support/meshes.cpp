@@ -49,6 +49,7 @@ std::array<unsigned, 8> cube_corners(unsigned n, unsigned i, unsigned j, unsigne
 void add(dense2D<unsigned>& connectivity, unsigned rows, std::initializer_list<unsigned> nodes)
 {
     const unsigned end = connectivity.cols;
+    if (end >= connectivity.column_capacity()) connectivity.reserve(rows, 2 * end + 4, 1);
     connectivity.resize(rows, end + 1, none_index);
     unsigned r = 0;
     for (const unsigned node : nodes) connectivity(r++, end) = node;
