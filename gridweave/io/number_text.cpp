@@ -44,7 +44,7 @@ constexpr std::array<double, 23> exact_powers_of_ten{1e0,  1e1,  1e2,  1e3,  1e4
 constexpr auto digit_pairs = []
 {
     std::array<char, 200> table{};
-    for (unsigned k = 0; k < 100; ++k)
+    for (std::size_t k = 0; k < 100; ++k)
     {
         table[2 * k] = static_cast<char>('0' + k / 10);
         table[2 * k + 1] = static_cast<char>('0' + k % 10);
