@@ -1,9 +1,76 @@
 #include "gridweave/io/mesh_ranges.h"
 
+#include <tq4/gridweave/connectivity.h>
+
 #include "gridweave/core/kinds.h"
 
 namespace tq4::gridweave
 {
+
+namespace
+{
+
+/// The plain linear kind of a dimension with the given node count; `ELEM_NONE` if there is none.
+element_type linear_kind(unsigned dim, unsigned nodes)
+{
+    for (unsigned kind = 0; kind < kind_count; ++kind)
+    {
+        const kind_record& record = kind_table[kind];
+        const bool mixed = record.shape == topology::mixed_surface || record.shape == topology::mixed_solid;
+        if (record.linear && !mixed && record.dim == dim && record.nodes == nodes) return static_cast<element_type>(kind);
+    }
+    return ELEM_NONE;
+}
+
+bool append_piece(plain_pieces& pieces, const dense2D<unsigned>& matrix, element_type kind, unsigned reference)
+{
+    // A failed push-back drops its value; the sizes tell.
+    const unsigned size = pieces.matrices.size + 1;
+    pieces.matrices.push_back(matrix);
+    pieces.kinds.push_back(kind);
+    pieces.references.push_back(reference);
+    return pieces.matrices.size == size && pieces.kinds.size == size && pieces.references.size == size;
+}
+
+bool append_groups(plain_pieces& pieces, const dense2D<unsigned>& mixed, element_type kind, unsigned reference)
+{
+    dense2D<unsigned> sorted;
+    dense1D<unsigned> nodes_per_group;
+    dense1D<unsigned> group_ends;
+    dense1D<unsigned> old_to_new;
+    if (!sorted.copy(mixed)) return false;
+    sort_elfes(sorted, nodes_per_group, group_ends, old_to_new);
+    // Without memory there are no groups; otherwise there is at least one.
+    if (group_ends.empty()) return false;
+
+    unsigned begin = 0;
+    for (unsigned group = 0; group < group_ends.size; ++group)
+    {
+        const unsigned nodes = nodes_per_group[group];
+        const unsigned end = group_ends[group];
+        const element_type plain = linear_kind(element_dim(kind), nodes);
+        if (plain != ELEM_NONE && !append_piece(pieces, sorted.sub_matrix(0, begin, nodes, end - begin), plain, reference)) return false;
+        begin = end;
+    }
+    return true;
+}
+
+} // namespace
+
+bool split_by_kind(const dense2D<unsigned>* first, const dense2D<unsigned>* last, const dense1D<int>& kinds, plain_pieces& pieces)
+{
+    pieces.matrices.size = 0;
+    pieces.kinds.size = 0;
+    pieces.references.size = 0;
+    for (unsigned reference = 0; first != last; ++first, ++reference)
+    {
+        if (first->empty()) continue;
+        const element_type kind = narrow(static_cast<element_type>(kinds[reference]), first->rows);
+        const bool mixed = kind == ELEM_SURF_ANY || kind == ELEM_SOLID_ANY;
+        if (mixed ? !append_groups(pieces, *first, kind, reference) : !append_piece(pieces, *first, kind, reference)) return false;
+    }
+    return true;
+}
 
 element_type kind_of_column(element_type run_kind, const unsigned* column, unsigned rows)
 {

@@ -28,6 +28,16 @@ struct plain_pieces
 /// False when memory ran out.
 bool split_by_kind(const dense2D<unsigned>* first, const dense2D<unsigned>* last, const dense1D<int>& kinds, plain_pieces& pieces);
 
+/// Calls `output(first, last, kinds)` with the given matrices as a range: the short forms of the writers.
+template <std::size_t N, class Output>
+int as_range(const dense2D<unsigned> (&matrices)[N], const element_type (&kinds)[N], Output&& output)
+{
+    int values[N];
+    std::copy(kinds, kinds + N, values);
+    const auto kind_list = dense1D<int>::wrap(values, N);
+    return kind_list.size == N ? output(matrices, matrices + N, kind_list) : out_of_memory;
+}
+
 /// Kind of one column of a run: that of the run, or what the padding of the column says in a mixed run. Rows that the matrix does not
 /// have count as none.
 element_type kind_of_column(element_type run_kind, const unsigned* column, unsigned rows);

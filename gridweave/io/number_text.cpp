@@ -23,15 +23,13 @@ __extension__ using uint128 = unsigned __int128;
 // 5^27 is the largest power of five below 2^63, so a 53-bit mantissa times any of these is exact in 128 bits.
 constexpr int largest_power = 27;
 
-constexpr auto powers_of_five = []
-{
+constexpr auto powers_of_five = [] {
     std::array<std::uint64_t, largest_power + 1> table{1};
     for (std::size_t k = 1; k < table.size(); ++k) table[k] = table[k - 1] * 5;
     return table;
 }();
 
-constexpr auto powers_of_ten = []
-{
+constexpr auto powers_of_ten = [] {
     std::array<std::uint64_t, 20> table{1};
     for (std::size_t k = 1; k < table.size(); ++k) table[k] = table[k - 1] * 10;
     return table;
@@ -41,8 +39,7 @@ constexpr auto powers_of_ten = []
 constexpr std::array<double, 23> exact_powers_of_ten{1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                                      1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-constexpr auto digit_pairs = []
-{
+constexpr auto digit_pairs = [] {
     std::array<char, 200> table{};
     for (std::size_t k = 0; k < 100; ++k)
     {
@@ -274,8 +271,7 @@ char* write_real(char* out, double value, const real_format& format)
 
 char* write_real_by_c_library(char* out, double value, const real_format& format)
 {
-    const int count = [&]
-    {
+    const int count = [&] {
         switch (format.conversion)
         {
         case 'f': return std::snprintf(out, longest_number, "%*.*f", format.width, format.precision, value);
@@ -318,8 +314,7 @@ const char* scan_real(const char* text, const char* end, double& value)
     std::uint64_t mantissa = 0;
     const char* first_digit = nullptr;
     std::ptrdiff_t point = 0; // digits behind the point
-    const auto take_digits = [&]
-    {
+    const auto take_digits = [&] {
         const char* const begin = at;
         for (; at != end && is_digit(*at); ++at)
         {

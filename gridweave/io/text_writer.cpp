@@ -25,6 +25,12 @@ bool close_file(std::FILE* file)
     return std::fclose(file) == 0;
 }
 
+bool finish(text_writer& out, std::FILE* stream)
+{
+    const bool taken = out.flush();
+    return close_file(stream) && taken;
+}
+
 text_writer::text_writer(std::FILE* file, locale_of source)
     : file_(file), by_streams_(source == locale_of::streams && std::locale() != std::locale::classic())
 {

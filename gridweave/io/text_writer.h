@@ -18,6 +18,11 @@ std::FILE* open_file(const char* name, const char* mode);
 /// Closes a file. False when what was still in its buffer could not be written.
 bool close_file(std::FILE* file);
 
+class text_writer;
+
+/// Hands everything to the stream and closes it. False when something could not be written.
+bool finish(text_writer& out, std::FILE* stream);
+
 /// A writer of text and binary fields. What it takes stands in the stream after `flush`, or when the writer goes; the stream stays open.
 ///
 /// Numbers follow the locale that the host has set: those of formats written with C streams that of the C library, those of formats

@@ -43,8 +43,7 @@ TEST(KindOfColumn, TakesMissingRowsAsNone)
 TEST(RunOf, StaysInsideTheMatrix)
 {
     const auto starts = ids_of({0, 3, 2, 9, none});
-    const auto expect = [&](unsigned run, unsigned begin, unsigned end)
-    {
+    const auto expect = [&](unsigned run, unsigned begin, unsigned end) {
         EXPECT_EQ(run_of(starts, run, 5).begin, begin);
         EXPECT_EQ(run_of(starts, run, 5).end, end);
     };

@@ -113,8 +113,7 @@ TEST(WriteReal, EqualsTheCLibraryAtTheEdgesOfEveryBinade)
 TEST(WriteInteger, LooksAsFormattedOutput)
 {
     std::mt19937_64 engine(2);
-    const auto check = [](int value, int width)
-    {
+    const auto check = [](int value, int width) {
         char ours[64];
         char reference[64];
         const std::string text(ours, write_integer(ours, value, width));

@@ -55,23 +55,20 @@ private:
 
 TEST(TextWriter, WritesTextAndNumbers)
 {
-    EXPECT_EQ(written(
-                  [](text_writer& out)
-                  {
-                      out.text("Vertices\n");
-                      out.integer(42u);
-                      out.character('\n');
-                      out.integer(7, 8);
-                      out.integer(none_index);
-                      out.real(1.5, {'E', 6, 16});
-                  }),
+    EXPECT_EQ(written([](text_writer& out) {
+                  out.text("Vertices\n");
+                  out.integer(42u);
+                  out.character('\n');
+                  out.integer(7, 8);
+                  out.integer(none_index);
+                  out.real(1.5, {'E', 6, 16});
+              }),
               "Vertices\n42\n       7-1    1.500000E+00");
 }
 
 TEST(TextWriter, SpellsWhatIsNotFiniteAsTheCLibrary)
 {
-    const auto reference = [](const char* format, double value)
-    {
+    const auto reference = [](const char* format, double value) {
         char buffer[64];
         std::snprintf(buffer, sizeof buffer, format, value);
         return std::string(buffer);
@@ -87,26 +84,23 @@ TEST(TextWriter, SpellsWhatIsNotFiniteAsTheCLibrary)
 TEST(TextWriter, WritesMoreThanItsBufferHolds)
 {
     std::string expected;
-    const std::string written_text = written(
-        [&](text_writer& out)
+    const std::string written_text = written([&](text_writer& out) {
+        for (unsigned k = 0; k < 200000; ++k)
         {
-            for (unsigned k = 0; k < 200000; ++k)
-            {
-                out.integer(k);
-                out.text(" x\n");
-                expected += std::to_string(k) + " x\n";
-            }
-            const std::string large(1000000, 'L');
-            out.text(large);
-            expected += large;
-        });
+            out.integer(k);
+            out.text(" x\n");
+            expected += std::to_string(k) + " x\n";
+        }
+        const std::string large(1000000, 'L');
+        out.text(large);
+        expected += large;
+    });
     EXPECT_EQ(written_text, expected);
 }
 
 TEST(TextWriter, NeedsNoMemoryOfItsOwn)
 {
-    const auto job = [](text_writer& out)
-    {
+    const auto job = [](text_writer& out) {
         for (unsigned k = 0; k < 1000; ++k) out.real(k * 0.25, {'f'});
         out.real(-1e300, {'f'});
         out.text(std::string(5000, 'T'));
@@ -120,8 +114,7 @@ TEST(TextWriter, NeedsNoMemoryOfItsOwn)
 TEST(TextWriter, FollowsTheGlobalLocaleWhereStreamsDo)
 {
     const global_locale comma(std::locale(std::locale::classic(), new comma_punctuation));
-    const auto job = [](text_writer& out)
-    {
+    const auto job = [](text_writer& out) {
         out.integer(1234567);
         out.text(" 1234567 ");
         out.real(1234.5, {'g'});
@@ -138,8 +131,7 @@ TEST(TextWriter, LooksAsAStreamInTheClassicLocale)
     std::ostringstream reference;
     for (const double value : {0.0, 1.0, 1234567.0, 1e-7, -2.5, infinity, -infinity}) reference << value << ' ';
     EXPECT_EQ(written(
-                  [](text_writer& out)
-                  {
+                  [](text_writer& out) {
                       for (const double value : {0.0, 1.0, 1234567.0, 1e-7, -2.5, infinity, -infinity})
                       {
                           out.real(value, {'g'});

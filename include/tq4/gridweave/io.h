@@ -1,6 +1,23 @@
 #pragma once
 
 /// Mesh files: readers and writers of the seven formats.
+///
+/// Conventions of all of them:
+///   - A file name is complete with its extension and goes to the system as it stands. Every file is opened and left within one call.
+///   - Memory is 0-based, files are 1-based but for VTK. Elements are numbered by their column.
+///   - Readers clear their results first and give coordinates of 3 rows. Nothing checks that the nodes of an element are in the file.
+///   - Writers take coordinates of 2 or 3 rows (MEDIT and EnSight 1 to 3); a missing coordinate is written as 0. They overwrite the file
+///     from its first byte; a write that fails in the middle leaves a partial file.
+///   - A connectivity range [first, last) of matrices with one `element_type` each in `kinds` is one mesh. A mixed kind whose matrix has
+///     the rows of a plain kind is that plain kind (see `element_type`).
+///   - Numbers are written and read under the locale that the host has set; the library sets none.
+///
+/// The codes of the writers, where a function does not say otherwise: -1 the file cannot be opened or a write failed, -2 illegal rows of
+/// `pos`, -3 a connectivity that `check_IDs` refuses for its kind, -4 `last` before `first`, -5 `kinds` does not fit the range, -199 out
+/// of memory. Where arguments are tested after the file was opened, a failed test leaves an empty file and its handle open to the end of
+/// the process; hosts that test their arguments lose none.
+
+#include <cstdio>
 
 #include <tq4/export.h>
 #include <tq4/gridweave/core.h>
@@ -9,6 +26,126 @@ namespace tq4
 {
 namespace gridweave
 {
+
+// MEDIT (.mesh, .sol), text, written only.
+
+/// Writes a mesh in the MEDIT format. Elements are reduced to their corner nodes, pyramids and prisms become degenerate hexahedra. The
+/// reference of an element is the 0-based place of its matrix in the range. Every kind has a section of its own, in the order of
+/// `element_type`, so two kinds with one keyword give two sections. Elements of `ELEM_NONE`, `ELEM_NODE`, `ELEM_BAR_ANY`, `ELEM_PYRA13`
+/// and `ELEM_PENTA15` are left out without a report. Columns of a mixed matrix are grouped by shape.
+///
+/// The tests stand before the file is opened: -2, -4, -5, -3, then -1, and a failed test leaves no file.
+///
+/// @param pos          1 to 3 rows × nodes
+/// @param first, last  nodes of an element × elements, one matrix per part of the mesh; an empty range writes the nodes alone
+/// @param kinds        the kind of each matrix
+/// @return 0, or a code of the writers
+TQ4_GRIDWEAVE_API int medit_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>* first,
+                                   const dense2D<unsigned>* last, const dense1D<int>& kinds);
+
+/// The same for two matrices, with references 0 and 1, and for one with reference 0.
+TQ4_GRIDWEAVE_API int medit_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1,
+                                   const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
+TQ4_GRIDWEAVE_API int medit_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, element_type kind);
+
+/// The same for one matrix with a reference per element. Within a section elements are ordered by colour, then by column.
+///
+/// @param colors  the reference of each column; elements of colour `none_index` are not written
+/// @return 0, also for an empty `connect`, and then without a file; -5 `colors` has not one entry per column; -6 memory would not hold a
+///         matrix for every colour from 0 to the largest; -2, -3, -1 and -199 as above
+TQ4_GRIDWEAVE_API int medit_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, element_type kind,
+                                   const dense1D<unsigned>& colors);
+
+/// Writes one value per node as a MEDIT solution file, 8 to a line.
+///
+/// @param dim     dimension of the mesh, written as given
+/// @param values  one per node
+/// @return 0; -1 the file cannot be opened or a write failed
+TQ4_GRIDWEAVE_API int medit_scalar(const char* file, unsigned dim, const dense1D<double>& values);
+
+/// Writes one vector per node as a MEDIT solution file, one to a line.
+///
+/// @param dim      dimension of the mesh, written as given
+/// @param vectors  components × nodes
+/// @return 0; -1 the file cannot be opened or a write failed
+TQ4_GRIDWEAVE_API int medit_vector(const char* file, unsigned dim, const dense2D<double>& vectors);
+
+/// Writes one symmetric tensor per node as a MEDIT solution file, one to a line.
+///
+/// @param metrics  3 (plane) or 6 (space) rows × nodes, in the packed order of `symmetric_fixed`
+/// @return 0; -1 the file cannot be opened or a write failed; -2 another number of rows (an empty file stays, with its handle open)
+TQ4_GRIDWEAVE_API int medit_tensor(const char* file, const dense2D<double>& metrics);
+
+// Legacy VTK (.vtk), unstructured grid, text, written only.
+
+/// Appends the elements of a matrix to VTK cell lists. The corner nodes of an element make one cell of VTK's linear type (those of a
+/// tetrahedron with the last two swapped); further nodes follow as a second cell of type 2, loose points.
+///
+/// @param connect     nodes of an element × elements, of any node numbers
+/// @param nbr_cells   increased by the cells appended
+/// @param cells       appended to: for each cell its number of points and the points, 0-based
+/// @param cell_types  appended to: VTK's type of each cell
+/// @return 0, at once for an empty matrix; -1 `connect` is no connectivity of its kind; -2 a kind that the format does not take
+///         (`ELEM_NONE`, `ELEM_NODE`, `ELEM_BAR_ANY`, the mixed kinds, `ELEM_PYRA13`, `ELEM_PENTA15`); -199 out of memory. The lists stay
+///         as they were on a failure.
+TQ4_GRIDWEAVE_API int vtk_convert(const dense2D<unsigned>& connect, element_type kind, unsigned& nbr_cells, dense1D<unsigned>& cells,
+                                  dense1D<unsigned>& cell_types);
+
+/// Writes the body of a VTK file to an open stream, which stays open, so that a host can add data sections of its own. Coordinates are
+/// written with six decimals, so small ones lose digits. Write errors are not reported; test the stream.
+///
+/// @param pos                     2 or 3 rows × nodes
+/// @param nbr_cells, cells, cell_types  as `vtk_convert` makes them
+/// @return 0; -1 no stream; -2 illegal rows of `pos`
+TQ4_GRIDWEAVE_API int vtk_output(std::FILE* stream, const dense2D<double>& pos, unsigned nbr_cells, const dense1D<unsigned>& cells,
+                                 const dense1D<unsigned>& cell_types);
+
+/// Writes a mesh as a VTK file; see `vtk_convert` for how kinds are written. The columns of a mixed matrix are grouped by shape, largest
+/// first; otherwise cells stand in the order of the range.
+///
+/// The file is opened before the tests -2, -4, -5, -3 and before the conversion of the cells, whose codes -1 and -2 are returned as they
+/// are; all of these leave an empty file with its handle open. Write errors are not reported.
+///
+/// @param pos          2 or 3 rows × nodes
+/// @param first, last  nodes of an element × elements, one matrix per part of the mesh; an empty range writes the nodes alone
+/// @param kinds        the kind of each matrix
+/// @return 0, or a code of the writers
+TQ4_GRIDWEAVE_API int vtk_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>* first,
+                                 const dense2D<unsigned>* last, const dense1D<int>& kinds);
+
+/// The same for two matrices and for one.
+TQ4_GRIDWEAVE_API int vtk_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1,
+                                 const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
+TQ4_GRIDWEAVE_API int vtk_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, element_type kind);
+
+// STL (.stl), triangle surfaces, text and binary, read and written.
+
+/// Reads a triangle surface and welds it into a mesh with shared nodes. The file is tried as text and, where that fails, as binary.
+/// Keywords of the text form match in any case, lines with "color" are skipped, several solids become one mesh; normals, names and
+/// attributes are dropped.
+///
+/// The corners are welded by `merge` (exactly equal ones first, in slices of 100,000 triangles; then all within 5% of the smallest
+/// positive altitude of a triangle), followed by `remove_degenerated` and `simplify`. Nodes keep the order of the corners that they come
+/// from. Where no triangle has a positive altitude the corners stay as they are, three nodes to a triangle.
+///
+/// @param pos      replaced; 3 rows × nodes
+/// @param connect  replaced; 3 rows × triangles
+/// @return 0; -1 the file cannot be opened; -2 no text ("solid" in the first line) and shorter than a binary header; -3 truncated or
+///         malformed; -199 out of memory. The matrices are empty after a failure.
+TQ4_GRIDWEAVE_API int STL_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect);
+
+/// Writes triangles as an STL file. Text has seven significant digits, binary 32-bit floats. The normals are computed; that of a triangle
+/// without area is zero.
+///
+/// The file is opened before the tests, and a failed test leaves an empty file with its handle open.
+///
+/// @param pos      3 rows × nodes. Two rows pass too, but then the third coordinate of a node is whatever follows it in the storage of
+///                 the matrix (0 behind its end): give three.
+/// @param connect  3 rows × triangles
+/// @param text     true for the text form, false for the binary one
+/// @return 0; -1 the file cannot be opened or a write failed; -2 `pos` has neither 2 nor 3 rows; -3 `connect` is no connectivity of
+///         `ELEM_TRIA3` over the nodes
+TQ4_GRIDWEAVE_API int STL_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, bool text);
 
 } // namespace gridweave
 } // namespace tq4
