@@ -21,15 +21,21 @@ inline std::string content_of(const std::filesystem::path& path)
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-/// A file name of its own in the temporary folder; the file, if there is one, is removed at the end.
+/// Where tests write: in memory where the system offers that, since some of them write thousands of files.
+inline std::filesystem::path scratch_folder()
+{
+    const std::filesystem::path in_memory = "/dev/shm";
+    return std::filesystem::is_directory(in_memory) ? in_memory : std::filesystem::temp_directory_path();
+}
+
+/// A file name of its own in the scratch folder; the file, if there is one, is removed at the end.
 class temporary_file
 {
 public:
     explicit temporary_file(const char* extension = ".txt")
     {
         static unsigned count = 0;
-        path_ =
-            std::filesystem::temp_directory_path() / ("gridweave_" + std::to_string(getpid()) + "_" + std::to_string(count++) + extension);
+        path_ = scratch_folder() / ("gridweave_" + std::to_string(getpid()) + "_" + std::to_string(count++) + extension);
     }
     temporary_file(std::string_view content, const char* extension) : temporary_file(extension) { write(content); }
     ~temporary_file()
