@@ -189,6 +189,14 @@ TEST(Clip, AgreesWithASlowTestOnAnyMesh)
         }
 }
 
+TEST(Clip, ColumnsBeyondThirtyTwoBitsAreALackOfMemory)
+{
+    dense2D<unsigned> kept(0, 0xFFFFFFFFu);
+    EXPECT_EQ(clip(on_x(), elements_of({{3}}), origin, along_x, kept), -199);
+    EXPECT_EQ(kept.rows, 0u);
+    EXPECT_EQ(kept.cols, 0xFFFFFFFFu);
+}
+
 TEST(Clip, FailuresOfMemoryLeaveTheResult)
 {
     for (unsigned n = 1;; ++n)

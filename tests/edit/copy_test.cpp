@@ -456,6 +456,14 @@ TEST(CopySymMesh, AZeroNormalIsRefused)
     EXPECT_EQ(columns(copy), (element_list{{7}}));
 }
 
+TEST(CopySymMesh, AnyOtherNormalServes)
+{
+    auto pos = points_of({{3, 0}});
+    dense2D<unsigned> copy;
+    EXPECT_EQ(copy_sym_mesh(pos, copy, plane{1, 0}, plane{1e-100, 0}, elements_of({{0}})), 0);
+    EXPECT_NEAR(pos(0, 1), -1, 1e-14);
+}
+
 TEST(CopySymMesh, ANanNormalGoesOn)
 {
     auto pos = ten_nodes();
