@@ -177,6 +177,10 @@ bool bound_metric_core(tensor<D>& m, double hmin, double hmax)
     const double upper = hmin > 0.0 ? eigenvalue_of_size(hmin) : DBL_MAX;
     const double lower = hmax > 0.0 ? eigenvalue_of_size(hmax) : 0.0;
 
+    // Most tensors of most fields need no change, which can be told without their eigenvalues.
+    if constexpr (D == 3)
+        if (has_eigenvalues_within(m, lower, upper)) return false;
+
     vector_fixed<double, D> values;
     basis<D> vectors;
     if (eigen_pairs(m, values, vectors))

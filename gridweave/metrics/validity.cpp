@@ -9,9 +9,9 @@ namespace tq4::gridweave
 namespace
 {
 
-/// Half the width of the band of smallest eigenvalues around 0, relative to the sum of the entries' magnitudes, in which the exact sign of
-/// the smallest eigenvalue and that of the computed one may differ. The norm of the tensor is at most that sum; the errors of LAPACK's
-/// eigenvalues and those of the elimination below are some tens of units of 2^-53 times the norm, so 2^-40 leaves a factor of a hundred.
+/// Half the width of the band of eigenvalues around a limit, relative to the sum of the entries' magnitudes, in which the exact eigenvalue
+/// and the computed one may lie on different sides of it. The norm of the tensor is at most that sum; the errors of LAPACK's eigenvalues
+/// and those of the pivots below are some tens of units of 2^-53 times the norm, so 2^-40 leaves a factor of a hundred.
 constexpr double doubtful = 0x1p-40;
 
 /// Sums of magnitudes within which no product of four entries, cancelled as far as doubles can cancel, overflows or underflows.
@@ -23,15 +23,25 @@ double sum_of_magnitudes(const tensor<3>& m)
     return std::abs(m[0]) + std::abs(m[1]) + std::abs(m[2]) + std::abs(m[3]) + std::abs(m[4]) + std::abs(m[5]);
 }
 
-/// True when the tensor plus `shift` times the unit is positive definite, to rounding of its entries: all pivots of the elimination without
-/// divisions are positive. Each of p, q, r is the exact value for entries off by a few units of 2^-53, and so is the sign of the last line.
-bool has_positive_pivots(const tensor<3>& m, double shift)
+/// m plus a multiple of the unit tensor.
+tensor<3> shifted(const tensor<3>& m, double shift)
 {
-    const double a = m[0] + shift;
-    const double p = a * (m[2] + shift) - m[1] * m[1];
-    const double q = a * (m[5] + shift) - m[3] * m[3];
-    const double r = a * m[4] - m[1] * m[3];
-    return (0.0 < a) & (0.0 < p) & (0.0 < p * q - r * r);
+    return {m[0] + shift, m[1], m[2] + shift, m[3], m[4], m[5] + shift};
+}
+
+tensor<3> negated(const tensor<3>& m)
+{
+    return {-m[0], -m[1], -m[2], -m[3], -m[4], -m[5]};
+}
+
+/// True when the tensor is positive definite, to rounding of its entries: all pivots of the elimination without divisions are positive.
+/// Each of p, q, r is the exact value for entries off by a few units of 2^-53 of the norm, and so is the sign of the last line.
+bool has_positive_pivots(const tensor<3>& m)
+{
+    const double p = m[0] * m[2] - m[1] * m[1];
+    const double q = m[0] * m[5] - m[3] * m[3];
+    const double r = m[0] * m[4] - m[1] * m[3];
+    return (0.0 < m[0]) & (0.0 < p) & (0.0 < p * q - r * r);
 }
 
 bool has_positive_eigenvalues(tensor<3> m)
@@ -51,11 +61,20 @@ bool is_valid_tensor(const tensor<3>& m)
     if (smallest_safe_sum <= sum && sum <= largest_safe_sum)
     {
         const double margin = doubtful * sum;
-        if (has_positive_pivots(m, -margin)) return true;
-        if (!has_positive_pivots(m, margin)) return false;
+        if (has_positive_pivots(shifted(m, -margin))) return true;
+        if (!has_positive_pivots(shifted(m, margin))) return false;
     }
     // What LAPACK makes of NaN and infinity differs from build to build; they never get there.
     return all_finite(m) && has_positive_eigenvalues(m);
+}
+
+bool has_eigenvalues_within(const tensor<3>& m, double lower, double upper)
+{
+    const double sum = sum_of_magnitudes(m);
+    if (!(smallest_safe_sum <= sum && sum <= largest_safe_sum)) return false;
+    const double margin = doubtful * sum;
+    if (!has_positive_pivots(shifted(m, -(lower + margin)))) return false;
+    return sum + margin <= upper || has_positive_pivots(shifted(negated(m), upper - margin));
 }
 
 namespace

@@ -25,4 +25,8 @@ inline bool is_valid_tensor(const tensor<2>& m)
 
 bool is_valid_tensor(const tensor<3>& m);
 
+/// True when the eigenvalues that LAPACK finds are certain to lie in lower ... upper, where lower is not negative. False says nothing: they
+/// may lie there all the same.
+bool has_eigenvalues_within(const tensor<3>& m, double lower, double upper);
+
 } // namespace tq4::gridweave

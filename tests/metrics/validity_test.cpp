@@ -168,6 +168,43 @@ TEST(MetricValidity, EqualsLapackOnSingularTensors)
     }
 }
 
+TEST(EigenvaluesWithinLimits, AreCertainOnlyWhereLapackAgrees)
+{
+    random_source random(4);
+    unsigned certain = 0;
+    unsigned inside = 0;
+    constexpr unsigned trials = 500000;
+    for (unsigned t = 0; t < trials; ++t)
+    {
+        // Limits at an eigenvalue, off by anything from a last digit to much.
+        const double scale = random_magnitude(random, -32, 32);
+        const vector_fixed<double, 3> values{scale * random_magnitude(random, -6, 0), scale, scale * random_magnitude(random, -6, 0)};
+        const double smallest = std::min(values[0], values[2]);
+        const double lower = t % 5 ? smallest * (1 - random.between(-0.1, 1.0) * random_magnitude(random, -16, 0)) : 0;
+        const double upper = t % 7 ? scale * (1 + random.between(-0.1, 1.0) * random_magnitude(random, -16, 1)) : largest;
+        tensor3 m = rotated<3>(random, values);
+        const bool is_certain = has_eigenvalues_within(m, lower, upper);
+        double w[3] = {};
+        double work[10] = {};
+        long info = 0;
+        lapack::dspev('N', 'U', 3, m.values, w, nullptr, 1, work, info);
+        const bool is_inside = lower <= w[0] && w[2] <= upper;
+        ASSERT_TRUE(is_inside || !is_certain) << t;
+        certain += is_certain;
+        inside += is_inside;
+    }
+    // Limits within rounding of an eigenvalue, and magnitudes beyond 2^100, are left open.
+    EXPECT_GT(certain, inside / 3);
+    EXPECT_LT(inside, trials);
+    EXPECT_FALSE(has_eigenvalues_within(tensor3{nan, 0, 1, 0, 0, 1}, 0, largest));
+    EXPECT_FALSE(has_eigenvalues_within(tensor3{infinity, 0, 1, 0, 0, 1}, 0, largest));
+    EXPECT_FALSE(has_eigenvalues_within(tensor3{1, 0, 1, 0, 0, 1}, infinity, largest));
+    EXPECT_FALSE(has_eigenvalues_within(tensor3{1, 0, 1, 0, 0, 1}, 0, 0));
+    EXPECT_TRUE(has_eigenvalues_within(tensor3{1, 0, 1, 0, 0, 1}, 0, infinity));
+    EXPECT_TRUE(has_eigenvalues_within(tensor3{1, 0, 1, 0, 0, 1}, 0.5, 1.5));
+    EXPECT_FALSE(has_eigenvalues_within(tensor3{1, 0, 1, 0, 0, 1}, 1.5, 2));
+}
+
 TEST(FirstInvalidMetric, AmongSizes)
 {
     EXPECT_EQ(first_invalid_metric(dense1D<double>()), 0u);
