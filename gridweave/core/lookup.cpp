@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #include <tq4/gridweave/core.h>
 
@@ -18,6 +19,14 @@ bool fill_with_none(dense1D<unsigned>& ids, unsigned count)
     if (ids.resize(count, none_index)) return true;
     ids = none_index;
     return false;
+}
+
+/// A table by value wins over sorting while it is not much larger than the items, which it is filled and read by. Indices that are spread
+/// wider, by intent or by damage, must not decide how much memory is taken.
+bool is_worth_a_table(unsigned low, unsigned high, std::uint64_t items)
+{
+    constexpr std::uint64_t places_per_item = 4;
+    return high - low < places_per_item * items;
 }
 
 /// Items of `a` and of `b` are sorted in one array, those of `b` numbered on from those of `a`. Within a run of equal items, which are in
@@ -81,8 +90,7 @@ void relate_by_sorting(const dense1D<unsigned>& a, const dense1D<unsigned>& b, d
     const auto same = [](std::uint64_t left, std::uint64_t right) { return left >> 32 == right >> 32; };
     const auto place_of = [](std::uint64_t word) { return static_cast<unsigned>(word); };
     for_each_common_run(sorted, a.size, same, place_of,
-                        [&](const std::uint64_t* in_a, const std::uint64_t* in_b, const std::uint64_t* last)
-                        {
+                        [&](const std::uint64_t* in_a, const std::uint64_t* in_b, const std::uint64_t* last) {
                             const unsigned i = place_of(*in_a);
                             a_in_b[i] = place_of(*in_b) - a.size;
                             for (; in_b != last; ++in_b) b_in_a[place_of(*in_b) - a.size] = i;
@@ -100,13 +108,6 @@ void write_cycle(const unsigned* column, unsigned rows, unsigned* cycle)
     if (low < high && cycle[high] < cycle[low]) std::reverse(cycle + 1, cycle + rows);
 }
 
-/// A column as it is sorted: its first two entries stand here, so that few comparisons reach for the rest.
-struct placed_column
-{
-    std::uint64_t head;
-    unsigned column;
-};
-
 /// Writes the columns of `b` behind those of `a`, in the form in which equal ones are equal entry for entry.
 void gather_columns(const dense2D<unsigned>& a, const dense2D<unsigned>& b, bool exact, dense2D<unsigned>& columns)
 {
@@ -119,6 +120,49 @@ void gather_columns(const dense2D<unsigned>& a, const dense2D<unsigned>& b, bool
             else
                 write_cycle(matrix->column(c), a.rows, columns.column(end));
         }
+}
+
+/// A column as it is sorted: its first two entries stand here, so that few comparisons reach for the rest.
+struct placed_column
+{
+    std::uint64_t head;
+    unsigned column;
+};
+
+/// Lists the columns by their first entries where these lie in a narrow range, otherwise as they stand, and calls `worker(begin, end)` for
+/// every stretch that is left to be sorted. In a mesh few columns share an entry, so a stretch is short.
+template <class Worker>
+void for_each_stretch(const dense2D<unsigned>& columns, dense1D<placed_column>& order, Worker&& worker)
+{
+    const auto placed = [&](unsigned c) {
+        return placed_column{std::uint64_t{columns(0, c)} << 32 | (columns.rows > 1 ? columns(1, c) : 0), c};
+    };
+    unsigned low = columns(0, 0);
+    unsigned high = low;
+    for (unsigned c = 1; c < columns.cols; ++c)
+    {
+        low = std::min(low, columns(0, c));
+        high = std::max(high, columns(0, c));
+    }
+
+    dense1D<unsigned> ends;
+    if (!is_worth_a_table(low, high, columns.cols) || !ends.resize(high - low + 1, 0))
+    {
+        for (unsigned c = 0; c < columns.cols; ++c) order[c] = placed(c);
+        worker(order.begin(), order.end());
+        return;
+    }
+
+    for (unsigned c = 0; c < columns.cols; ++c) ++ends[columns(0, c) - low];
+    unsigned start = 0;
+    for (unsigned& end : ends) start += std::exchange(end, start);
+    for (unsigned c = 0; c < columns.cols; ++c) order[ends[columns(0, c) - low]++] = placed(c);
+    start = 0;
+    for (const unsigned end : ends)
+    {
+        worker(order.begin() + start, order.begin() + end);
+        start = end;
+    }
 }
 
 } // namespace
@@ -139,11 +183,8 @@ int get_IDs(const dense1D<unsigned>& a, const dense1D<unsigned>& b, dense1D<unsi
     }
     if (low == none_index) return 0;
 
-    // A table wins while it is not much larger than the lists, whose entries it is filled and read by; indices that are spread wider, by
-    // intent or by damage, must not decide how much memory is taken.
-    constexpr std::uint64_t table_entries_per_item = 4;
-    const bool narrow_range = high - low < table_entries_per_item * (std::uint64_t{a.size} + b.size);
-    if (!narrow_range || !relate_by_table(a, low, high, b, b_in_a, a_in_b)) relate_by_sorting(a, b, b_in_a, a_in_b);
+    const bool related = is_worth_a_table(low, high, std::uint64_t{a.size} + b.size) && relate_by_table(a, low, high, b, b_in_a, a_in_b);
+    if (!related) relate_by_sorting(a, b, b_in_a, a_in_b);
     return 0;
 }
 
@@ -161,29 +202,26 @@ int get_IDs(const dense2D<unsigned>& a, const dense2D<unsigned>& b, dense1D<unsi
     if (b.cols > none_index - a.cols || !columns.resize(rows, a.cols + b.cols) || !order.resize(columns.cols)) return out_of_memory;
     gather_columns(a, b, exact, columns);
 
-    for (unsigned c = 0; c < columns.cols; ++c) order[c] = {std::uint64_t{columns(0, c)} << 32 | (rows > 1 ? columns(1, c) : 0), c};
-    const auto compare_rest = [&](const placed_column& left, const placed_column& right)
-    {
+    const auto compare_rest = [&](const placed_column& left, const placed_column& right) {
         const unsigned* const l = columns.column(left.column);
         const unsigned* const r = columns.column(right.column);
         for (unsigned row = 2; row < rows; ++row)
             if (l[row] != r[row]) return l[row] < r[row] ? -1 : 1;
         return 0;
     };
-    std::sort(order.begin(), order.end(),
-              [&](const placed_column& left, const placed_column& right)
-              {
-                  if (left.head != right.head) return left.head < right.head;
-                  const int rest = compare_rest(left, right);
-                  return rest != 0 ? rest < 0 : left.column < right.column;
-              });
+    const auto less = [&](const placed_column& left, const placed_column& right) {
+        if (left.head != right.head) return left.head < right.head;
+        const int rest = compare_rest(left, right);
+        return rest != 0 ? rest < 0 : left.column < right.column;
+    };
+    for_each_stretch(columns, order, [&](placed_column* begin, placed_column* end) { std::sort(begin, end, less); });
 
-    const auto same = [&](const placed_column& left, const placed_column& right)
-    { return left.head == right.head && compare_rest(left, right) == 0; };
+    const auto same = [&](const placed_column& left, const placed_column& right) {
+        return left.head == right.head && compare_rest(left, right) == 0;
+    };
     const auto place_of = [](const placed_column& placed) { return placed.column; };
     for_each_common_run(order, a.cols, same, place_of,
-                        [&](const placed_column* in_a, const placed_column* in_b, const placed_column* last)
-                        {
+                        [&](const placed_column* in_a, const placed_column* in_b, const placed_column* last) {
                             const unsigned first_in_a = in_a->column;
                             const unsigned first_in_b = in_b->column - a.cols;
                             for (; in_a != in_b; ++in_a) a_in_b[in_a->column] = first_in_b;
