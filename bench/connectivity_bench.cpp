@@ -72,4 +72,36 @@ const bool subdomains_registered = for_all_meshes("subdomains", [](const sample&
     benchmark::DoNotOptimize(get_subdomains(mesh.neighbors, indices, offsets));
 });
 
+/// The skin of a mesh, to be located on it.
+struct skinned
+{
+    dense2D<unsigned> skin;
+    dense1D<unsigned> ancestors;
+
+    explicit skinned(const sample& mesh)
+    {
+        get_mesh_boundaries(mesh.connectivity, mesh.neighbors, mesh.kind, skin);
+        get_ancestors(mesh.connectivity, ancestors);
+    }
+};
+
+const bool elements_on_boundaries_registered = for_all_meshes("elements on boundaries", [](const sample& mesh) {
+    static const std::vector<skinned> all(samples().begin(), samples().end());
+    const skinned& surface = all[static_cast<std::size_t>(&mesh - samples().data())];
+    dense1D<unsigned> ids;
+    unsigned stride = 0;
+    benchmark::DoNotOptimize(
+        get_elements_on_boundaries(surface.skin, mesh.connectivity, mesh.neighbors, surface.ancestors, mesh.kind, ids, stride));
+});
+
+const bool all_boundaries_registered = for_all_meshes("element boundaries", [](const sample& mesh) {
+    dense2D<unsigned> sides;
+    benchmark::DoNotOptimize(get_element_boundaries(mesh.connectivity, mesh.kind, sides));
+});
+
+const bool free_boundaries_registered = for_all_meshes("free boundaries", [](const sample& mesh) {
+    dense2D<unsigned> sides;
+    benchmark::DoNotOptimize(get_mesh_boundaries(mesh.connectivity, mesh.neighbors, mesh.kind, sides));
+});
+
 } // namespace

@@ -67,12 +67,7 @@ int get_mesh_bounding_elements(const dense2D<unsigned>& connectivity, const dens
     for_each_element(shape_of_all, connectivity, [&](auto shape, unsigned element, const unsigned*) {
         const unsigned* const neighbor = neighbors.column(element);
         for (unsigned side = 0; side < side_count<decltype(shape)>; ++side)
-        {
-            if (neighbor[side] != none_index) continue;
-            const unsigned place = ids.size;
-            ids.push_back(element * stride + side);
-            appended &= ids.size != place;
-        }
+            if (neighbor[side] == none_index) appended &= append_entry(ids, element * stride + side);
         return appended;
     });
     return appended ? 0 : out_of_memory;

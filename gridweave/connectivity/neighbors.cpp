@@ -26,12 +26,10 @@ struct side_record
 template <unsigned slots>
 side_record<slots> record_side(const turned_side& side, unsigned id)
 {
-    const unsigned low = std::min(side.next, side.previous);
-    const unsigned high = std::max(side.next, side.previous);
     if constexpr (slots == 1) return {{}, id};
-    if constexpr (slots == 2) return {{low}, id};
-    if constexpr (slots == 3) return {{low, high}, id};
-    if constexpr (slots == 4) return {{side.opposite, low, high}, id};
+    if constexpr (slots == 2) return {{side.low()}, id};
+    if constexpr (slots == 3) return {{side.low(), side.high()}, id};
+    if constexpr (slots == 4) return {{side.opposite, side.low(), side.high()}, id};
 }
 
 /// Matches the sides of one bucket. A side meets all later ones that equal it; when they are two they become each other's neighbours. A
@@ -76,8 +74,7 @@ int match_sides(topology shape_of_all, const dense2D<unsigned>& connectivity, bo
     const auto for_each = [&](auto&& worker) {
         for_each_element(shape_of_all, connectivity, [&](auto shape, unsigned element, const unsigned* nodes) {
             using shape_type = decltype(shape);
-            // No matrix with this number of slots has columns of the other shapes.
-            if constexpr (largest_side<shape_type> <= slots && slots <= largest_side<shape_type> + 1)
+            if constexpr (has_slots<shape_type, slots>)
                 for_each_side<shape_type>(
                     [&](auto side) { worker(turn(nodes_of_side<slots, shape_type>(side, nodes)), element * stride + side); });
         });

@@ -30,6 +30,11 @@ constexpr unsigned largest_side = [] {
     return count;
 }();
 
+/// Whether the kinds whose largest side takes `slots` nodes have columns of this shape. (Tetrahedra stand among solids with quadrangular
+/// faces.)
+template <class Shape, unsigned slots>
+constexpr bool has_slots = largest_side<Shape> == slots || (largest_side<Shape> == 3 && slots == 4);
+
 /// The nodes of a side in the slots that the largest side of its kind needs; a triangular face among four slots has none in the last.
 template <unsigned slots>
 using side_nodes = std::array<unsigned, slots>;
@@ -43,14 +48,19 @@ side_nodes<slots> nodes_of_side(unsigned side, const unsigned* nodes)
     return gathered;
 }
 
-/// A side read from its smallest node, the first one where it occurs more than once. What a side does not have is none. Two sides are
-/// the same when these readings agree, be it with `next` and `previous` exchanged (the reverse direction).
+/// A side read from its smallest node, the first one where it occurs more than once. What a side does not have is none.
 struct turned_side
 {
     unsigned smallest;
     unsigned opposite; ///< across the quadrangle
     unsigned next;
     unsigned previous;
+
+    unsigned low() const { return next < previous ? next : previous; }
+    unsigned high() const { return next < previous ? previous : next; }
+
+    /// Two sides are the same when `smallest`, `opposite`, `low` and `high` agree. They run in the same direction when this agrees too.
+    bool descends() const { return next > previous; }
 };
 
 inline turned_side turn(const side_nodes<1>& s)
@@ -78,21 +88,6 @@ inline turned_side turn(const side_nodes<4>& s)
     const unsigned back = s[3] < s[2] ? 3 : 2;
     const unsigned lead = s[back] < s[front] ? back : front;
     return {s[lead], s[(lead + 2) % 4], s[(lead + 1) % 4], s[(lead + 3) % 4]};
-}
-
-enum class side_match
-{
-    none,
-    same,   ///< in the same direction
-    reverse ///< in the opposite direction
-};
-
-inline side_match compare(const turned_side& a, const turned_side& b)
-{
-    if (a.smallest != b.smallest || a.opposite != b.opposite) return side_match::none;
-    if (a.next == b.next && a.previous == b.previous) return side_match::same;
-    if (a.next == b.previous && a.previous == b.next) return side_match::reverse;
-    return side_match::none;
 }
 
 } // namespace tq4::gridweave

@@ -48,4 +48,13 @@ bool append_columns(dense2D<T>& matrix, unsigned rows, unsigned extra, T filler)
     return matrix.resize(matrix.rows, static_cast<unsigned>(columns));
 }
 
+/// Appends one entry to `list`. False, with nothing stored, when memory runs out.
+template <class T>
+bool append_entry(dense1D<T>& list, const T& entry)
+{
+    const unsigned end = list.size;
+    list.push_back(entry);
+    return list.size != end;
+}
+
 } // namespace tq4::gridweave

@@ -93,6 +93,30 @@ TQ4_GRIDWEAVE_API int get_mesh_boundaries(const dense2D<unsigned>& connectivity,
 TQ4_GRIDWEAVE_API int get_mesh_bounding_elements(const dense2D<unsigned>& connectivity, const dense2D<unsigned>& neighbors,
                                                  element_type kind, dense1D<unsigned>& ids, unsigned& stride);
 
+/// Finds, for each of a list of boundary elements (such as the triangles of a skin mesh), the element and the side of a mesh on which it
+/// lies. Nodes are compared as indices of one numbering. From the ancestor of a boundary's first node the search walks around that node
+/// through the neighbour links, and takes the first side met that has the boundary's nodes in the same direction; without one, the last
+/// side met that has them in reverse. Of the two elements at an interface it finds the one whose side runs as the boundary does.
+///
+/// The walk reaches what links connect: at a node where a mesh hangs together by that node alone it covers the part of the ancestor, and
+/// boundaries on another part are not found. A walk around a node is made once for all boundaries that begin there.
+///
+/// @param boundaries    nodes of a side × boundaries; a triangle in a matrix of four rows ends in none
+/// @param connectivity  nodes of an element × elements
+/// @param neighbors     what `get_neighbors` gave for this mesh
+/// @param ancestors     what `get_ancestors` gave for this mesh; a boundary whose first node has no ancestor is not found
+/// @param kind          the kind of the mesh; that of the boundaries follows from it
+/// @param ids           replaced; a boundary id per boundary, or `none_index` where it was not found
+/// @param stride        replaced; the kind's `nbr_boundaries`, by which an id is taken apart; 0 after -1 to -4 of the tests
+/// @return 0, also for boundaries without entries; -1 the rows of `boundaries`, -2 the rows of the connectivity do not fit the kind; -3
+///         `neighbors` has another shape than nbr_boundaries(kind) × elements, or an entry that is neither none nor an element; -4
+///         `ancestors` has such an entry; -5 the kind is not linear. Also -4 when an ancestor does not hold its node and -3 when an element
+///         reached through a link does not: `ids` then holds what was found for the boundaries before, and none behind. -199 out of
+///         memory, with `ids` empty
+TQ4_GRIDWEAVE_API int get_elements_on_boundaries(const dense2D<unsigned>& boundaries, const dense2D<unsigned>& connectivity,
+                                                 const dense2D<unsigned>& neighbors, const dense1D<unsigned>& ancestors, element_type kind,
+                                                 dense1D<unsigned>& ids, unsigned& stride);
+
 /// Finds the connected components of a neighbour matrix: sets of elements connected through its entries. Components come in the order of
 /// their lowest element, and within one the elements come in the order of a breadth-first search from it, by row order of the sides. Links
 /// are followed as they are stored; where they are not symmetric, an element that only points into an earlier component starts one of its
