@@ -181,9 +181,9 @@ int gather_edges(const dense2D<unsigned>& connectivity, element_type kind, edge_
     return collect_edges({&connectivity, &connectivity + 1, &kind_value, edges}, list_sink{edges});
 }
 
-void gather_edges_range(const dense2D<unsigned>* first, const dense2D<unsigned>* last, const dense1D<int>& kinds, edge_list& edges)
+void gather_edges_range(const dense2D<unsigned>* first, const dense2D<unsigned>* last, const int* kinds, edge_list& edges)
 {
-    collect_edges({first, last, kinds.data(), edges}, list_sink{edges});
+    collect_edges({first, last, kinds, edges}, list_sink{edges});
 }
 
 int copy_edges(const dense2D<unsigned>& connectivity, element_type kind, dense2D<unsigned>& edges)

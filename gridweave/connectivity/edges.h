@@ -18,7 +18,8 @@ using edge_list = dense1D<edge>;
 /// @return 0; -199 out of memory, with the list as it was
 int gather_edges(const dense2D<unsigned>& connectivity, element_type kind, edge_list& edges);
 
-/// The same for a range of matrices with one kind each. Where memory runs out the list stays as it was, and that is not reported.
-void gather_edges_range(const dense2D<unsigned>* first, const dense2D<unsigned>* last, const dense1D<int>& kinds, edge_list& edges);
+/// The same for a range of matrices; `kinds` holds one kind for each. Where memory runs out the list stays as it was, and that is not
+/// reported.
+void gather_edges_range(const dense2D<unsigned>* first, const dense2D<unsigned>* last, const int* kinds, edge_list& edges);
 
 } // namespace tq4::gridweave

@@ -268,7 +268,7 @@ TEST(EdgeList, RangeGathersAllMatrices)
 {
     const std::array<dense2D<unsigned>, 2> range{elements_of({{5, 2, 9}}), elements_of({{9, 5}, {7, 9}})};
     edge_list edges;
-    gather_edges_range(range.data(), range.data() + 2, test::vector_of<int>({ELEM_TRIA3, ELEM_BAR2}), edges);
+    gather_edges_range(range.data(), range.data() + 2, test::vector_of<int>({ELEM_TRIA3, ELEM_BAR2}).data(), edges);
     EXPECT_EQ(contents(edges), (pairs{{2, 5}, {2, 9}, {5, 9}, {7, 9}}));
 }
 

@@ -2,6 +2,7 @@
 
 /// Quality: edge lengths in a size field, element shape, Jacobians, size shock.
 
+#include <tq4/auxkit/histogram.h>
 #include <tq4/export.h>
 #include <tq4/gridweave/core.h>
 
@@ -9,6 +10,72 @@ namespace tq4
 {
 namespace gridweave
 {
+
+/// The length of an edge in a size field: 1 when it is exactly as long as the field asks for, 0.5 when half as long, 2 when twice. That is
+/// `d` over the logarithmic mean of the end sizes, the integral of 1 / size along an edge whose size varies linearly.
+///
+/// @param d       length of the edge, in the unit of the sizes; 0 gives 0
+/// @param h0, h1  sizes at the ends
+/// @param q       the length in the field; untouched after a failure
+/// @return 0; -2 when `h0` is not positive; -3 when `h1` is not positive (NaN is not)
+TQ4_GRIDWEAVE_API int edge_quality(double d, double h0, double h1, double& q);
+
+/// Counts the length of every distinct edge of a mesh, under a metric field, in a histogram: how well the mesh follows the field. With
+/// sizes a value is that of `edge_quality`; with tensors the same measure is taken between the lengths under the tensors of both ends.
+/// The gradation of the relaxations (`bound_metric_gradations`) is defined by the same length.
+///
+/// An edge counts once however many elements share it; edges are those of `copy_edges`, kinds without edges add none. Edges go to the
+/// histogram in ascending order of (low node, high node). An edge is left out and makes the call fail when a size at its ends is not
+/// positive, a tensor is not positive definite, or the field has no entry for an end; all the other edges are counted nevertheless.
+/// Where memory runs out edges are silently missing, or skipped edges remain; the result tells how many were measured.
+///
+/// @param pos           2 or 3 rows × nodes
+/// @param connectivity  nodes of an element × elements
+/// @param metrics       3 rows (over 2-row `pos`) or 6 rows (over 3) × nodes, packed tensors
+/// @param lengths       values are added; it is not reset
+/// @param skipped       2 rows × edges to leave out, in either direction; may be empty
+/// @return the number of edges; -1 when `pos` has neither 2 nor 3 rows; -2 when `check_IDs` refuses the connectivity; -4 when an edge could
+///         not be measured; -6 when `check_IDs` refuses `skipped` as `ELEM_BAR2`
+TQ4_GRIDWEAVE_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
+                                     const dense2D<double>& metrics, auxkit::histogram& lengths, const dense2D<unsigned>& skipped);
+
+/// The same with one size per node.
+TQ4_GRIDWEAVE_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
+                                     const dense1D<double>& sizes, auxkit::histogram& lengths, const dense2D<unsigned>& skipped);
+
+/// The same for a range of matrices taken as one mesh. Note the codes: they are those of the range, and the single matrix has its own.
+///
+/// @param first, last   the matrices, `last` one past the end
+/// @param kinds         one kind per matrix
+/// @return the number of edges, 0 for an empty range before any other test; -1 when `pos` has neither 2 nor 3 rows; -4 when the range is
+///         not as long as `kinds`, or `first` is behind `last`; -2 when `check_IDs` refuses a connectivity; -7 when it refuses `skipped` as
+///         `ELEM_BAR2`; -5 when an edge could not be measured
+TQ4_GRIDWEAVE_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>* first, const dense2D<unsigned>* last,
+                                     const dense1D<int>& kinds, const dense2D<double>& metrics, auxkit::histogram& lengths,
+                                     const dense2D<unsigned>& skipped);
+
+/// The same with one size per node.
+TQ4_GRIDWEAVE_API int edge_qualities(const dense2D<double>& pos, const dense2D<unsigned>* first, const dense2D<unsigned>* last,
+                                     const dense1D<int>& kinds, const dense1D<double>& sizes, auxkit::histogram& lengths,
+                                     const dense2D<unsigned>& skipped);
+
+/// How violent a field is on an edge mesh: for each node the largest gradation of its edges, in the measure that
+/// `bound_metric_gradations` limits. A gradation g means that the size grows by a factor 1 + g over an edge of unit length in the field. An
+/// edge of no measurable length between different metrics has DBL_MAX, between equal ones 0. Nothing is changed but `shocks`. Linear.
+///
+/// @param pos      2 or 3 rows × nodes
+/// @param edges    2 rows × edges
+/// @param metrics  3 rows (over 2-row `pos`) or 6 rows (over 3) × nodes, packed tensors; edges of nodes that it has no column for are
+///                 left out
+/// @param shocks   cut or extended with 0 to one entry per node; entries that are there take part in the maximum. Untouched when `edges`
+///                 is empty and after a failure. Where memory runs out it keeps its size, and nodes without an entry are left out.
+/// @return 0; -1 when `pos` has neither 2 nor 3 rows; -2 when `check_IDs` refuses `edges` as `ELEM_BAR2`
+TQ4_GRIDWEAVE_API int H_shock(const dense2D<double>& pos, const dense2D<unsigned>& edges, const dense2D<double>& metrics,
+                              dense1D<double>& shocks);
+
+/// The same with one size per node.
+TQ4_GRIDWEAVE_API int H_shock(const dense2D<double>& pos, const dense2D<unsigned>& edges, const dense1D<double>& sizes,
+                              dense1D<double>& shocks);
 
 /// The shape quality of each element: 1 for the ideal shape of its kind (equilateral triangle, square, regular tetrahedron, pyramid with
 /// equal edges, wedge with equilateral base and height equal to its side, cube), near 0 for a degenerate element, negative for an inverted
