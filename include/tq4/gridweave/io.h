@@ -118,6 +118,27 @@ TQ4_GRIDWEAVE_API int vtk_output(const char* file, const dense2D<double>& pos, c
                                  const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
 TQ4_GRIDWEAVE_API int vtk_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, element_type kind);
 
+// EnSight geometry (.geo), text, written only.
+
+/// Writes a mesh as an EnSight geometry file, one part per matrix with entries; the number of a part is the 1-based place of its matrix in
+/// the range. Coordinates have six significant digits. Pyramids, `ELEM_PENTA15`, `ELEM_NODE` and the mixed kinds are left out without a
+/// report (so is a kind that is no element); `ELEM_QUAD9`, `ELEM_PENTA18` and `ELEM_HEXA27` lose their last nodes. A part of `ELEM_TRIA6`
+/// lists its elements twice, in EnSight's node order and in stored order, under one count.
+///
+/// The file is opened before the tests -2, -4, -5, -3; a failed one leaves an empty file with its handle open.
+///
+/// @param pos          1 to 3 rows × nodes
+/// @param first, last  nodes of an element × elements, one matrix per part of the mesh; node numbers are not compared with `pos`
+/// @param kinds        the kind of each matrix
+/// @return 0, or a code of the writers
+TQ4_GRIDWEAVE_API int ensight_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>* first,
+                                     const dense2D<unsigned>* last, const dense1D<int>& kinds);
+
+/// The same for two matrices and for one.
+TQ4_GRIDWEAVE_API int ensight_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1,
+                                     const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
+TQ4_GRIDWEAVE_API int ensight_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, element_type kind);
+
 // STL (.stl), triangle surfaces, text and binary, read and written.
 
 /// Reads a triangle surface and welds it into a mesh with shared nodes. The file is tried as text and, where that fails, as binary.
