@@ -250,6 +250,40 @@ constexpr bool is_digit(char c)
     return c >= '0' && c <= '9';
 }
 
+/// The digits at a place of a text as a whole number (modulo 2^64), and the place behind them.
+struct digit_run
+{
+    std::uint64_t value;
+    const char* end;
+};
+
+/// Eight characters at once where a text has so many: the digits among them are counted by their bits and summed in three products.
+digit_run read_digits(const char* at, const char* end, std::uint64_t value)
+{
+    if constexpr (std::endian::native == std::endian::little)
+    {
+        while (end - at >= 8)
+        {
+            std::uint64_t digits = 0;
+            std::memcpy(&digits, at, 8);
+            digits ^= 0x3030303030303030u;
+            // The high bit of a byte that is no digit; bytes behind the first such one may be marked wrongly.
+            const std::uint64_t others = ((digits + 0x7676767676767676u) | digits) & 0x8080808080808080u;
+            const int count = std::countr_zero(others) / 8;
+            if (count == 0) return {value, at};
+            digits <<= 64 - 8 * count;
+            digits = digits * 2561 >> 8;
+            digits = (digits & 0x00FF00FF00FF00FFu) * 6553601 >> 16;
+            digits = (digits & 0x0000FFFF0000FFFFu) * 42949672960001u >> 32;
+            value = value * powers_of_ten[static_cast<std::size_t>(count)] + digits;
+            at += count;
+            if (count < 8) return {value, at};
+        }
+    }
+    for (; at != end && is_digit(*at); ++at) value = value * 10 + static_cast<unsigned>(*at - '0');
+    return {value, at};
+}
+
 /// True for a character that a conversion of the C library may take as part of the number before it.
 constexpr bool may_continue_number(char c)
 {
@@ -310,29 +344,22 @@ const char* scan_real(const char* text, const char* end, double& value)
     if (at != end && (*at == '-' || *at == '+')) ++at;
     const char* const unsigned_text = at;
 
-    // The digits as a whole number; leading zeros do not count as digits of it.
-    std::uint64_t mantissa = 0;
-    const char* first_digit = nullptr;
-    std::ptrdiff_t point = 0; // digits behind the point
-    const auto take_digits = [&] {
-        const char* const begin = at;
-        for (; at != end && is_digit(*at); ++at)
-        {
-            if (!first_digit && *at != '0') first_digit = at;
-            mantissa = mantissa * 10 + static_cast<unsigned>(*at - '0');
-        }
-        return at - begin;
-    };
-    std::ptrdiff_t digits = take_digits();
+    // The digits on both sides of the point as one whole number.
+    const digit_run whole_part = read_digits(at, end, 0);
+    std::ptrdiff_t digits = whole_part.end - at;
+    std::uint64_t mantissa = whole_part.value;
+    std::ptrdiff_t decimals = 0;
+    at = whole_part.end;
     if (at != end && *at == '.')
     {
         ++at;
-        point = take_digits();
-        digits += point;
+        const digit_run fraction = read_digits(at, end, mantissa);
+        decimals = fraction.end - at;
+        digits += decimals;
+        mantissa = fraction.value;
+        at = fraction.end;
     }
     if (digits == 0) return nullptr;
-    // More than 18 digits (the point counted with them) may have left 64 bits.
-    bool small = !first_digit || at - first_digit <= 19;
 
     std::ptrdiff_t exponent = 0;
     if (at != end && (*at == 'e' || *at == 'E'))
@@ -350,9 +377,9 @@ const char* scan_real(const char* text, const char* end, double& value)
 
     // A whole number below 2^53 times or divided by an exact power of ten is rounded once, hence correctly (Clinger, "How to read
     // floating point numbers accurately", 1990). Arithmetic in wider registers would round twice.
-    exponent -= point;
-    small = small && FLT_EVAL_METHOD == 0 && mantissa <= (std::uint64_t{1} << 53) && exponent >= -22 && exponent <= 22;
-    if (small)
+    exponent -= decimals;
+    const bool fits = digits <= 19 && mantissa <= (std::uint64_t{1} << 53);
+    if (FLT_EVAL_METHOD == 0 && fits && exponent >= -22 && exponent <= 22)
     {
         const auto whole = static_cast<double>(mantissa);
         const double magnitude = exponent < 0 ? whole / exact_powers_of_ten[static_cast<std::size_t>(-exponent)]

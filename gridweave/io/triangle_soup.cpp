@@ -113,9 +113,7 @@ int triangle_soup::weld_slice(unsigned first_corner, unsigned triangles)
 
     // A tree hides coincident nodes beneath NaN and never merges infinite ones, so only finite corners can do without it.
     const double* const corners = pos_.column(first_corner);
-    const bool finite = all_finite(corners, std::size_t{3} * count);
-    if (finite && !table_.reset(count)) return out_of_memory;
-    if (!finite || !number_by_table(corners, count, numbers))
+    if (!all_finite(corners, std::size_t{3} * count) || !number_by_table(corners, count, numbers))
         if (const int result = number_by_tree(first_corner, count, numbers); result < 0) return result;
 
     // The nodes are no more than the corners that they replace.
@@ -124,17 +122,28 @@ int triangle_soup::weld_slice(unsigned first_corner, unsigned triangles)
     return 0;
 }
 
-/// Numbers the corners of a slice by the nodes that they belong to. False, with nothing said, when too many collide in the table.
+/// Numbers the corners of a slice by the nodes that they belong to. False, with nothing said, where a table is no way to do it.
 bool triangle_soup::number_by_table(const double* corners, unsigned count, unsigned* numbers)
 {
+    // Slots of the table are asked for a few corners before they are looked at.
     constexpr unsigned ahead = 8;
+    std::uint64_t hashes[ahead];
+    const auto announce = [&](unsigned i) {
+        if (i >= count) return;
+        hashes[i % ahead] = point_table<3>::hash(corners + std::size_t{3} * i);
+        table_.prefetch(hashes[i % ahead]);
+    };
+
     slice_count_ = 0;
+    if (!table_.reset()) return false;
+    for (unsigned i = 0; i < ahead; ++i) announce(i);
     const double* const nodes = slice_nodes_.data();
     for (unsigned i = 0; i < count; ++i)
     {
-        if (i + ahead < count) table_.prefetch(corners + 3 * (i + ahead));
-        const double* const corner = corners + 3 * i;
-        const unsigned node = table_.find_or_enter(corner, slice_count_, [=](unsigned id) { return nodes + std::size_t{3} * id; });
+        const double* const corner = corners + std::size_t{3} * i;
+        const std::uint64_t hash = hashes[i % ahead];
+        announce(i + ahead);
+        const unsigned node = table_.find_or_enter(corner, hash, slice_count_, [=](unsigned id) { return nodes + std::size_t{3} * id; });
         if (node == none_index) return false;
         if (node == slice_count_) take_node(corner);
         numbers[i] = nodes_ + node;
