@@ -67,11 +67,9 @@ bool visit_distinct_by_marks(const Entries& entries, unsigned largest, const den
     if (!seen.reset(largest + 1)) return false;
     for (const unsigned value : excluded)
         if (value <= largest) seen.set(value);
-    entries.visit(
-        [&](unsigned value)
-        {
-            if (value != none_index && !seen.test_and_set(value)) worker(value);
-        });
+    entries.visit([&](unsigned value) {
+        if (value != none_index && !seen.test_and_set(value)) worker(value);
+    });
     return true;
 }
 
@@ -87,12 +85,10 @@ bool visit_distinct_by_sorting(const Entries& entries, unsigned total, const den
     if (!pairs.resize(total) || !refused.copy(excluded) || !is_first.reset(total)) return false;
 
     unsigned position = 0;
-    entries.visit(
-        [&](unsigned value)
-        {
-            pairs[position] = std::uint64_t{value} << 32 | position;
-            ++position;
-        });
+    entries.visit([&](unsigned value) {
+        pairs[position] = std::uint64_t{value} << 32 | position;
+        ++position;
+    });
     std::sort(pairs.begin(), pairs.end());
     std::sort(refused.begin(), refused.end());
 
@@ -109,11 +105,9 @@ bool visit_distinct_by_sorting(const Entries& entries, unsigned total, const den
     }
 
     position = 0;
-    entries.visit(
-        [&](unsigned value)
-        {
-            if (is_first[position++]) worker(value);
-        });
+    entries.visit([&](unsigned value) {
+        if (is_first[position++]) worker(value);
+    });
     return true;
 }
 

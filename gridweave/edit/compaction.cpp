@@ -171,11 +171,9 @@ int simplify(dense2D<double>& pos, dense2D<unsigned>* first, dense2D<unsigned>* 
         new_ids.size = 0;
         return out_of_memory;
     }
-    range_entries{first, last}.visit(
-        [&](unsigned node)
-        {
-            if (node != none_index) used.set(node);
-        });
+    range_entries{first, last}.visit([&](unsigned node) {
+        if (node != none_index) used.set(node);
+    });
 
     const unsigned kept = close_gaps(pos, used, start, new_ids);
     const unsigned removed = pos.cols - kept;
