@@ -21,6 +21,20 @@ struct side_record
 {
     std::array<unsigned, slots - 1> key;
     unsigned id;
+
+    bool equals(const side_record& other) const
+    {
+        unsigned difference = 0;
+        for (unsigned k = 0; k + 1 < slots; ++k) difference |= key[k] ^ other.key[k];
+        return difference == 0;
+    }
+
+    bool precedes(const side_record& other) const
+    {
+        for (unsigned k = 0; k + 1 < slots; ++k)
+            if (key[k] != other.key[k]) return key[k] < other.key[k];
+        return id < other.id;
+    }
 };
 
 template <unsigned slots>
@@ -40,7 +54,7 @@ void match_bucket(side_record<slots>* begin, side_record<slots>* end, bool link_
     // Comparing all with all suits the few sides that meshes have at a node. Larger buckets are sorted, so that equal sides are adjacent.
     constexpr std::ptrdiff_t few = 48;
     const bool sorted = end - begin > few;
-    if (sorted) std::sort(begin, end, [](const auto& a, const auto& b) { return a.key != b.key ? a.key < b.key : a.id < b.id; });
+    if (sorted) std::sort(begin, end, [](const auto& a, const auto& b) { return a.precedes(b); });
 
     for (side_record<slots>* first = begin; first != end; ++first)
     {
@@ -49,7 +63,7 @@ void match_bucket(side_record<slots>* begin, side_record<slots>* end, bool link_
         unsigned latest = none_index;
         for (side_record<slots>* other = first + 1; other != end; ++other)
         {
-            if (other->key != first->key)
+            if (!other->equals(*first))
             {
                 if (sorted) break;
                 continue;
@@ -76,22 +90,26 @@ int match_sides(topology shape_of_all, const dense2D<unsigned>& connectivity, bo
             using shape_type = decltype(shape);
             if constexpr (has_slots<shape_type, slots>)
                 for_each_side<shape_type>(
-                    [&](auto side) { worker(turn(nodes_of_side<slots, shape_type>(side, nodes)), element * stride + side); });
+                    [&](auto side) { worker(nodes_of_side<slots, shape_type>(side, nodes), element * stride + side); });
         });
     };
 
     dense1D<unsigned> starts;
     if (!starts.resize(max_ID(connectivity) + 3, 0)) return out_of_memory;
     unsigned* const start = starts.data();
-    for_each([&](const turned_side& side, unsigned) { ++start[side.smallest + 2]; });
+    for_each([&](const side_nodes<slots>& nodes, unsigned) { ++start[*std::min_element(nodes.begin(), nodes.end()) + 2]; });
     for (unsigned k = 3; k < starts.size; ++k) start[k] += start[k - 1];
 
     dense1D<side_record<slots>> records;
     if (!records.resize(start[starts.size - 1])) return out_of_memory;
-    for_each([&](const turned_side& side, unsigned id) { records[start[side.smallest + 1]++] = record_side<slots>(side, id); });
+    side_record<slots>* const record = records.data();
+    for_each([&](const side_nodes<slots>& nodes, unsigned id) {
+        const turned_side side = turn(nodes);
+        record[start[side.smallest + 1]++] = record_side<slots>(side, id);
+    });
 
     for (unsigned node = 0; node + 2 < starts.size; ++node)
-        match_bucket<slots, stride>(records.begin() + start[node], records.begin() + start[node + 1], link_shared, neighbors.data());
+        match_bucket<slots, stride>(record + start[node], record + start[node + 1], link_shared, neighbors.data());
     return 0;
 }
 

@@ -38,16 +38,23 @@ template <bool padded, class Rows, class Visit, class Close>
 void walk_graph(const dense2D<unsigned>& connectivity, Rows rows, const dense1D<unsigned>& element_first,
                 const dense1D<unsigned>& element_list, dense1D<unsigned>& marker, Visit&& visit, Close&& close)
 {
+    constexpr unsigned fetched_ahead = 16;
     marker = none_index;
     unsigned* const met_from = marker.data();
+    const unsigned nodes = marker.size;
+    const unsigned* const starts = element_first.data();
     const unsigned* const elements = element_list.data();
-    for (unsigned node = 0; node < marker.size; ++node)
+    const unsigned last = element_list.size - 1;
+    const unsigned* const columns = connectivity.data();
+    const std::size_t step = connectivity.ld;
+    for (unsigned node = 0; node < nodes; ++node)
     {
         met_from[node] = node;
-        const unsigned end = element_first[node + 1];
-        for (unsigned k = element_first[node]; k < end; ++k)
+        const unsigned end = starts[node + 1];
+        for (unsigned k = starts[node]; k < end; ++k)
         {
-            const unsigned* const column = connectivity.column(elements[k]);
+            __builtin_prefetch(columns + step * elements[std::min(k + fetched_ahead, last)]);
+            const unsigned* const column = columns + step * elements[k];
             for (unsigned r = 0; r < rows; ++r)
             {
                 const unsigned neighbor = column[r];
