@@ -48,6 +48,16 @@ constexpr std::array<section_layout, kind_count> layouts{{
     solid8,   solid8,   solid8    // ELEM_HEXA8, ELEM_HEXA20, ELEM_HEXA27
 }};
 
+/// "%E " for each value.
+void write_values(text_writer& out, const double* values, unsigned count)
+{
+    for (unsigned k = 0; k < count; ++k)
+    {
+        out.real(values[k], value_format);
+        out.character(' ');
+    }
+}
+
 void write_vertices(text_writer& out, const dense2D<double>& pos)
 {
     out.text("Vertices\n");
@@ -55,12 +65,7 @@ void write_vertices(text_writer& out, const dense2D<double>& pos)
     out.character('\n');
     for (unsigned node = 0; node < pos.cols; ++node)
     {
-        const double* const coordinates = pos.column(node);
-        for (unsigned row = 0; row < pos.rows; ++row)
-        {
-            out.real(coordinates[row], value_format);
-            out.character(' ');
-        }
+        write_values(out, pos.column(node), pos.rows);
         out.text("0 \n");
     }
     out.character('\n');
@@ -192,12 +197,7 @@ void write_columns(text_writer& out, const dense2D<double>& values)
 {
     for (unsigned c = 0; c < values.cols; ++c)
     {
-        const double* const column = values.column(c);
-        for (unsigned row = 0; row < values.rows; ++row)
-        {
-            out.real(column[row], value_format);
-            out.character(' ');
-        }
+        write_values(out, values.column(c), values.rows);
         out.character('\n');
     }
 }
@@ -242,11 +242,11 @@ int medit_scalar(const char* file, unsigned dim, const dense1D<double>& values)
 
     text_writer out(stream);
     write_solution_header(out, dim, 1, values.size);
-    for (unsigned k = 0; k < values.size; ++k)
+    for (unsigned first = 0, count = 0; first < values.size; first += count)
     {
-        out.real(values[k], value_format);
-        out.character(' ');
-        if (k % values_per_line == values_per_line - 1) out.character('\n');
+        count = std::min(values_per_line, values.size - first);
+        write_values(out, values.data() + first, count);
+        if (count == values_per_line) out.character('\n');
     }
     // The last line is closed in any case: after a full one an empty line follows.
     out.character('\n');

@@ -5,6 +5,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/writers.h"
 #include "support/meshes.h"
 
 namespace
@@ -12,6 +13,7 @@ namespace
 
 using namespace tq4;
 using namespace tq4::gridweave;
+using test::column_of;
 using test::elements_of;
 using test::open_handles;
 using test::points_of;
@@ -29,14 +31,6 @@ const std::string header = "EnSight Mesh File.\n"
 const dense2D<double> one_node = points_of({{1.0, 2.0, 3.0}});
 const std::string one_node_text = header + "       1\n"
                                            "       1 1.00000e+00 2.00000e+00 3.00000e+00\n";
-
-/// One column of the nodes 0, 1, 2, …
-dense2D<unsigned> column_of(unsigned rows)
-{
-    dense2D<unsigned> connect(rows, 1);
-    for (unsigned row = 0; row < rows; ++row) connect(row, 0) = row;
-    return connect;
-}
 
 std::string numbers(std::initializer_list<unsigned> values)
 {

@@ -7,6 +7,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/writers.h"
 #include "support/failing_allocator.h"
 #include "support/meshes.h"
 
@@ -15,27 +16,15 @@ namespace
 
 using namespace tq4;
 using namespace tq4::gridweave;
+using test::column_of;
 using test::elements_of;
 using test::ids_of;
+using test::nodes_in_line;
 using test::open_handles;
 using test::points_of;
 using test::vector_of;
 
 constexpr unsigned none = none_index;
-
-dense2D<double> nodes_in_line(unsigned count, unsigned rows = 3)
-{
-    dense2D<double> pos(rows, count, 0.0);
-    for (unsigned node = 0; node < count; ++node) pos(0, node) = node;
-    return pos;
-}
-
-dense2D<unsigned> column_of(unsigned rows)
-{
-    dense2D<unsigned> connect(rows, 1);
-    for (unsigned row = 0; row < rows; ++row) connect(row, 0) = row;
-    return connect;
-}
 
 /// What stands between the nodes and the end of a mesh file.
 std::string sections_of(const std::string& content)
@@ -188,24 +177,8 @@ TEST(MeditOutput, TellsOfAFullDevice)
 TEST(MeditOutput, GivesOutOfMemoryAndLeaksNothing)
 {
     const auto mixed = test::mixed_solid(3);
-    const test::temporary_file file(".mesh");
-    ASSERT_EQ(medit_output(file.name(), mixed.pos, mixed.connectivity, mixed.kind), 0);
-    const std::string expected = file.content();
-    const long before = test::live_allocations();
     const unsigned handles = open_handles();
-    int result = out_of_memory;
-    unsigned failures = 0;
-    for (unsigned n = 1; result == out_of_memory; ++n)
-    {
-        ASSERT_LT(n, 100u);
-        const test::failing_allocation failing(n);
-        result = medit_output(file.name(), mixed.pos, mixed.connectivity, mixed.kind);
-        failures += result == out_of_memory;
-        ASSERT_EQ(test::live_allocations(), before);
-    }
-    EXPECT_EQ(result, 0);
-    EXPECT_GT(failures, 3u);
-    EXPECT_EQ(file.content(), expected);
+    test::expect_clean_failures([&](const char* file) { return medit_output(file, mixed.pos, mixed.connectivity, mixed.kind); });
     EXPECT_EQ(open_handles(), handles);
 }
 

@@ -17,6 +17,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/locales.h"
 #include "support/failing_allocator.h"
 #include "support/meshes.h"
 
@@ -523,6 +524,16 @@ TEST(StlInput, ReadsManyNumberFormatsToTheSameBits)
         const test::temporary_file file(text_file(s, format), ".stl");
         expect_as_reference(file.name(), format);
     }
+}
+
+TEST(StlInput, FollowsTheLocaleOfTheCLibrary)
+{
+    const test::temporary_file file(text_file(square(), "%.3f"), ".stl");
+    const test::comma_locale comma;
+    if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    expect_as_reference(file.name(), "points in a locale of commas");
+    file.write(text_file(square(), "%.3f"));
+    expect_as_reference(file.name(), "commas in a locale of commas");
 }
 
 TEST(StlInput, ReadsMutatedTextAsTheReferenceDoes)

@@ -1,6 +1,5 @@
 #include "gridweave/io/text_writer.h"
 
-#include <clocale>
 #include <limits>
 #include <locale>
 #include <sstream>
@@ -9,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "io/files.h"
+#include "io/locales.h"
 #include "support/failing_allocator.h"
 
 namespace
@@ -144,13 +144,9 @@ TEST(TextWriter, LooksAsAStreamInTheClassicLocale)
 
 TEST(TextWriter, FollowsTheLocaleOfTheCLibrary)
 {
-    const char* name = nullptr;
-    for (const char* const candidate : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "de_DE"})
-        if (!name && std::setlocale(LC_NUMERIC, candidate)) name = candidate;
-    if (!name) GTEST_SKIP() << "no locale with a decimal comma on this machine";
-    const std::string text = written([](text_writer& out) { out.real(1.5, {'f'}); });
-    std::setlocale(LC_NUMERIC, "C");
-    EXPECT_EQ(text, "1,500000");
+    const test::comma_locale comma;
+    if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    EXPECT_EQ(written([](text_writer& out) { out.real(1.5, {'f'}); }), "1,500000");
 }
 
 TEST(TextWriter, TellsOfAFullDevice)
