@@ -168,5 +168,44 @@ TQ4_GRIDWEAVE_API int STL_input(const char* file, dense2D<double>& pos, dense2D<
 ///         `ELEM_TRIA3` over the nodes
 TQ4_GRIDWEAVE_API int STL_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, bool text);
 
+// Wavefront OBJ (.obj), surfaces of triangles and quadrangles, read and written.
+
+/// Reads the records v, vt, vn and f; everything else is skipped. Normals and texture coordinates are read as lists of their own: the
+/// indices that the corners of faces name for them are dropped. Faces of 3 and 4 corners become elements, others are dropped, and so is a
+/// face on a last line without a line end. A vertex number i becomes the node index i - 1; 0 becomes the number of nodes so far, and
+/// negative numbers are not counted from the end.
+///
+/// @param pos           replaced; 3 rows × nodes
+/// @param normals       replaced; 3 rows × vn records
+/// @param texcoords     replaced; rows of the first vt record (1 to 3) × vt records of that height
+/// @param connect_tria  replaced; 3 rows × triangles
+/// @param connect_quad  replaced; 4 rows × quadrangles
+/// @return 0; -1 the file cannot be opened; -2 a malformed record: v with fewer than 3 numbers, vt with more than 3, vn with another count
+///         than 3, one of these or f with nothing behind it, a corner with text that is no number, a face that names texture coordinates or
+///         normals before any were given; -199 out of memory. What was read so far stays.
+TQ4_GRIDWEAVE_API int WavefrontOBJ_input(const char* file, dense2D<double>& pos, dense2D<double>& normals, dense2D<double>& texcoords,
+                                         dense2D<unsigned>& connect_tria, dense2D<unsigned>& connect_quad);
+
+/// Writes a surface, numbers in scientific notation with 8 digits behind the point: all nodes, texture coordinates, normals, triangles and
+/// quadrangles in this order. The corners of a face name the node in all places that are there. A failed test leaves an empty file.
+///
+/// @param pos           2 or 3 rows × nodes
+/// @param normals       empty, or 3 rows × nodes
+/// @param texcoords     empty, or 2 rows × nodes
+/// @param connect_tria  3 rows × triangles; node numbers are not compared with `pos`
+/// @param connect_quad  4 rows × quadrangles
+/// @return 0; -1 the file cannot be opened or a write failed; -2 illegal rows of `pos`; -3 `normals` does not fit; -4 `texcoords` does not
+///         fit; -5 `connect_tria` is no connectivity of triangles; -6 `connect_quad` is none of quadrangles
+TQ4_GRIDWEAVE_API int WavefrontOBJ_output(const char* file, const dense2D<double>& pos, const dense2D<double>& normals,
+                                          const dense2D<double>& texcoords, const dense2D<unsigned>& connect_tria,
+                                          const dense2D<unsigned>& connect_quad);
+
+/// The same without normals and texture coordinates, for one matrix and for two. Matrices of `ELEM_TRIA3` and `ELEM_QUAD4` (or of
+/// `ELEM_SURF_ANY` with 3 rows) are written, two of one kind one after the other; a matrix of any other kind is ignored.
+TQ4_GRIDWEAVE_API int WavefrontOBJ_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect,
+                                          element_type kind);
+TQ4_GRIDWEAVE_API int WavefrontOBJ_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1,
+                                          const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
+
 } // namespace gridweave
 } // namespace tq4
