@@ -15,6 +15,7 @@
 
 #include "gridweave/connectivity/node_graph.h"
 #include "gridweave/core/points.h"
+#include "gridweave/core/prefetch.h"
 #include "gridweave/core/vector_math.h"
 #include "gridweave/metrics/edge_measure.h"
 #include "gridweave/metrics/gradation_heap.h"
@@ -206,6 +207,7 @@ public:
     {
         const unsigned nodes = first_.size - 1;
         any_frozen_ = std::any_of(status_.begin(), status_.end(), [](unsigned s) { return s != 0; });
+        if (any_frozen_ && !make_room_for_neighbours()) return out_of_memory;
 
         for (unsigned i = 0; i < nodes; ++i)
         {
@@ -223,13 +225,16 @@ public:
         int moved = 0;
         while (!heap_.empty())
         {
-            const gradation_record worst = heap_.pop();
+            const gradation_record worst = heap_.top();
             const unsigned i = worst.node;
             const unsigned j = worst.neighbour;
+            prefetch(&status_[i]);
+            prefetch(&status_[j]);
+            heap_.pop();
             if (status_[i] > worst.stamp) continue;
             if (status_[j] > worst.stamp && status_[j] != frozen) continue;
 
-            if (any_frozen_ && !list_frozen_neighbours(i)) return out_of_memory;
+            if (any_frozen_) list_frozen_neighbours(i);
             travel way = ways_[i];
             if (!correct_node(i, j, way)) continue;
 
@@ -247,12 +252,19 @@ private:
         return Limit::measure(lengths_of_edge(u, m0, m1), m0, m1);
     }
 
-    bool list_frozen_neighbours(unsigned i)
+    /// Room for the frozen neighbours of any one node.
+    bool make_room_for_neighbours()
+    {
+        unsigned most = 0;
+        for (unsigned i = 0; i + 1 < first_.size; ++i) most = std::max(most, first_[i + 1] - first_[i]);
+        return frozen_neighbours_.reserve(most, 1);
+    }
+
+    void list_frozen_neighbours(unsigned i)
     {
         frozen_neighbours_.size = 0;
         for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
             if (status_[list_[p]] == frozen) frozen_neighbours_.push_back(list_[p]);
-        return true;
     }
 
     /// Queues the edges of a moved node that are above the limit, for both of their ends.

@@ -35,7 +35,8 @@ std::vector<unsigned> order_of(const std::vector<float>& keys)
     std::vector<unsigned> order;
     while (!heap.empty())
     {
-        const gradation_record top = heap.pop();
+        const gradation_record top = heap.top();
+        heap.pop();
         EXPECT_EQ(top.key, keys[top.node]);
         EXPECT_EQ(top.stamp, top.node + 7);
         EXPECT_EQ(top.neighbour, top.node + 100);
@@ -76,7 +77,8 @@ TEST(GradationHeap, GoesThePlainWayThroughRandomHistories)
             plain.push({key, k, k ^ 1u, ~k});
         };
         const auto pop = [&] {
-            const gradation_record mine = heap.pop();
+            const gradation_record mine = heap.top();
+            heap.pop();
             const test::literal::record expected = plain.pop();
             ASSERT_EQ(mine.key, expected.key);
             ASSERT_EQ(mine.stamp, expected.stamp);
@@ -110,7 +112,8 @@ TEST(GradationHeap, TellsWhenMemoryRunsOutAndKeepsWhatItHolds)
         float before = FLT_MAX;
         for (unsigned k = 0; k <= held; ++k)
         {
-            const float key = heap.pop().key;
+            const float key = heap.top().key;
+            heap.pop();
             EXPECT_LE(key, before);
             before = key;
         }

@@ -312,7 +312,7 @@ TEST(Gradation, ReportsExhaustedMemoryWhereverItStrikes)
         {
             EXPECT_EQ(result, moved);
             EXPECT_EQ(field, expected);
-            EXPECT_GT(n, 8u);
+            EXPECT_GT(n, 6u);
             break;
         }
         EXPECT_EQ(result, -199) << n;

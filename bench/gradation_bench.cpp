@@ -1,0 +1,195 @@
+// The relaxation of metric fields against its plain form: the same moves on the same fields, so the same results, which are compared.
+//
+//   gradation_bench [thousands of nodes] [s|t|st: sizes, tensors] [noise|places|frozen|all] [without]
+//
+// With `without` the plain form is not run, and the counts are not known.
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <tq4/gridweave/metrics.h>
+
+#include "bench/meshes.h"
+#include "support/literal_relaxation.h"
+
+namespace
+{
+
+using namespace tq4;
+using namespace tq4::gridweave;
+
+struct mesh
+{
+    const char* name;
+    dense2D<double> pos;
+    dense2D<unsigned> connectivity;
+    element_type kind;
+    double spacing; // typical length of an edge
+};
+
+std::mt19937 engine(1);
+
+double between(double low, double high)
+{
+    return low + (high - low) * (static_cast<double>(engine()) / 4294967296.0);
+}
+
+/// A grid over the unit square or cube, off the lattice.
+mesh grid(unsigned dims, unsigned nodes)
+{
+    const auto n = static_cast<unsigned>(std::lround(dims == 2 ? std::sqrt(nodes) : std::cbrt(nodes))) - 1;
+    mesh m{dims == 2 ? "triangles" : "tetrahedra", {}, {}, dims == 2 ? ELEM_TRIA3 : ELEM_TETRA4, 1.0 / n};
+    m.connectivity = dims == 2 ? bench::triangles(n) : bench::tetrahedra(n);
+    const unsigned count = max_ID(m.connectivity) + 1;
+    m.pos = dense2D<double>(dims, count);
+    for (unsigned c = 0, rest = 0; c < count; ++c)
+    {
+        rest = c;
+        for (unsigned r = 0; r < dims; ++r, rest /= n + 1) m.pos(r, c) = (rest % (n + 1) + between(-0.2, 0.2)) / n;
+    }
+    return m;
+}
+
+/// Sizes that jump from node to node over three orders of magnitude.
+double noise(const mesh& m, unsigned)
+{
+    return m.spacing * std::pow(10.0, between(-1, 2));
+}
+
+/// A wide size with 20 small places.
+double places(const mesh& m, unsigned node)
+{
+    const unsigned every = m.pos.cols / 20;
+    return node % every == every / 2 ? 0.01 * m.spacing : 0.2;
+}
+
+template <class Sizes>
+dense1D<double> size_field(const mesh& m, Sizes&& sizes)
+{
+    dense1D<double> field(m.pos.cols);
+    for (unsigned n = 0; n < field.size; ++n) field[n] = sizes(m, n);
+    return field;
+}
+
+/// Tensors with sizes of their own along three random directions.
+template <class Sizes>
+dense2D<double> tensor_field(const mesh& m, Sizes&& sizes)
+{
+    const unsigned D = m.pos.rows;
+    dense2D<double> field(D * (D + 1) / 2, m.pos.cols, 0.0);
+    std::normal_distribution<double> normal;
+    for (unsigned n = 0; n < field.cols; ++n)
+    {
+        double q[3][3];
+        for (unsigned k = 0; k < D; ++k)
+        {
+            for (unsigned r = 0; r < D; ++r) q[k][r] = normal(engine);
+            for (unsigned j = 0; j <= k; ++j)
+            {
+                double along = 0;
+                for (unsigned r = 0; r < D; ++r) along += q[k][r] * q[j][r];
+                for (unsigned r = 0; r < D; ++r) q[k][r] = j < k ? q[k][r] - along * q[j][r] : q[k][r] / std::sqrt(along);
+            }
+            const double h = sizes(m, n);
+            for (unsigned j = 0; j < D; ++j)
+                for (unsigned i = 0; i <= j; ++i) field(j * (j + 1) / 2 + i, n) += q[k][i] * q[k][j] / (h * h);
+        }
+    }
+    return field;
+}
+
+/// Processor time, which other work on the machine disturbs least.
+double seconds()
+{
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
+
+std::vector<double> entries(const dense1D<double>& field)
+{
+    return {field.begin(), field.end()};
+}
+
+template <unsigned D>
+std::vector<tensor<D>> entries(const dense2D<double>& field)
+{
+    std::vector<tensor<D>> all(field.cols);
+    for (unsigned c = 0; c < field.cols; ++c) std::copy_n(field.column(c), field.rows, all[c].values);
+    return all;
+}
+
+template <class Field, class Metric, unsigned D>
+void measure(const mesh& m, const char* name, const Field& field, std::vector<Metric> expected, const dense1D<unsigned>& frozen,
+             int direction, double g, bool with_plain)
+{
+    Field changed;
+    changed.copy(field);
+    double start = seconds();
+    const int moved = bound_metric_gradations(m.pos, m.connectivity, m.kind, frozen, true, direction, g, changed);
+    const double ours = seconds() - start;
+    std::printf("%-10s %-14s %4d %5.2f %9.3f s", m.name, name, direction, g, ours);
+    if (with_plain)
+    {
+        test::literal_relaxation<D, Metric> plain(test::limited::gradation, g);
+        start = seconds();
+        const test::relaxation_counts counts = plain.run(m.pos, m.connectivity, frozen, true, direction, expected);
+        const double theirs = seconds() - start;
+        std::printf(
+            " %9.3f s  %5.2fx %8d moved %9lu moves %10lu records (%3.0f%% stale) %9zu longest  %6.0f ns/move %5.0f ns/record%s", theirs,
+            theirs / ours, counts.moved, counts.moves, counts.pushes,
+            100.0 * static_cast<double>(counts.stale) / static_cast<double>(counts.pushes), counts.longest_queue,
+            ours / static_cast<double>(counts.moves) * 1e9, ours / static_cast<double>(counts.pushes) * 1e9,
+            moved == counts.moved && std::memcmp(changed.data(), expected.data(), sizeof(Metric) * m.pos.cols) == 0 ? "" : "  DIFFERENT");
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+template <unsigned D>
+void measure_mesh(unsigned nodes, const std::string& forms, const std::string& fields, bool with_plain)
+{
+    const mesh m = grid(D, nodes);
+    dense1D<unsigned> frozen;
+    if (fields == "frozen")
+        for (unsigned n = 0; n < m.pos.cols; ++n)
+            if (engine() % 20 == 0) frozen.push_back(n);
+
+    const auto run = [&](const char* name, auto&& sizes) {
+        for (const double g : {0.1, 0.2, 0.3, 1.0})
+            for (const int direction : {-1, 0, 1})
+            {
+                if (g != 0.2 && direction == 1) continue;
+                if (forms.find('s') != std::string::npos)
+                {
+                    const dense1D<double> field = size_field(m, sizes);
+                    measure<dense1D<double>, double, D>(m, (std::string("sizes ") + name).c_str(), field, entries(field), frozen, direction,
+                                                        g, with_plain);
+                }
+                if (forms.find('t') != std::string::npos)
+                {
+                    const dense2D<double> field = tensor_field(m, sizes);
+                    measure<dense2D<double>, tensor<D>, D>(m, (std::string("tensors ") + name).c_str(), field, entries<D>(field), frozen,
+                                                           direction, g, with_plain);
+                }
+            }
+    };
+    if (fields != "places") run("noise", noise);
+    if (fields == "places" || fields == "all") run("places", places);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const unsigned nodes = 1000 * static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 100);
+    const std::string forms = argc > 2 ? argv[2] : "st";
+    const std::string fields = argc > 3 ? argv[3] : "noise";
+    const bool with_plain = argc <= 4;
+    measure_mesh<2>(nodes, forms, fields, with_plain);
+    measure_mesh<3>(nodes, forms, fields, with_plain);
+}

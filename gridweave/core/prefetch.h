@@ -1,0 +1,16 @@
+#pragma once
+
+namespace tq4::gridweave
+{
+
+/// Asks for the cache line of an address that will be read soon. Any address will do, one outside every block too.
+inline void prefetch(const void* address)
+{
+#if defined(__GNUC__)
+    __builtin_prefetch(address);
+#else
+    (void)address;
+#endif
+}
+
+} // namespace tq4::gridweave
