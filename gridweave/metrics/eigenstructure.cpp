@@ -83,7 +83,7 @@ tensor<3> congruence_packed(const tensor<3>& m, const basis<3>& w)
 
 bool generalized_eigen_pairs_3d(const tensor<3>& A, const tensor<3>& B, vector_fixed<double, 3>& values, basis<3>& vectors, bool normalize)
 {
-    if (!all_finite(A)) return false;
+    if (!all_finite(A) || !all_finite(B)) return false;
     tensor<3> u;
     if (!cholesky_factor(A, u)) return false;
 
