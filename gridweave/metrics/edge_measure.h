@@ -95,4 +95,68 @@ double edge_variation(const vector_fixed<double, D>& u, const Metric& m0, const 
     return variation_of(lengths_of_edge(u, m0, m1), m0, m1);
 }
 
+/// What is cheap to know of an edge: its metric length is `span` over the logarithmic mean of its ends. Between sizes these are the real
+/// length and the sizes, between tensors the lengths s0 and s1 under either metric and their product.
+///
+/// Both measures are simple in these terms. With the rise |end0 - end1| / span as x, the variation is x and the gradation exp(x) - 1: the
+/// logarithms of the ends' ratio and of their mean cancel. What the definitions give differs from that by rounding, and by what the
+/// series of the logarithmic mean leaves out; so it bounds them closely, and mostly tells all that the relaxations ask for.
+struct edge_terms
+{
+    double span;
+    double end0;
+    double end1;
+
+    double low() const { return end1 < end0 ? end1 : end0; }
+    double high() const { return end1 < end0 ? end0 : end1; }
+
+    /// True when no step of the measures overflows, underflows or meets one of their special cases: the metric length lies between
+    /// span / high and span / low. False with a NaN.
+    bool is_regular() const
+    {
+        constexpr double smallest = 1e-120;
+        constexpr double largest = 1e120;
+        constexpr double least_length = 2e-12;
+        return low() > smallest && high() < largest && span < largest && span > least_length * high();
+    }
+};
+
+/// Bounds of a measure.
+struct measure_bounds
+{
+    double low;
+    double high;
+};
+
+/// Bounds of the variation of a regular edge with different ends.
+inline measure_bounds variation_bounds(const edge_terms& edge)
+{
+    const double rise = edge.high() - edge.low();
+    const double variation = rise / edge.span;
+    // The definition subtracts rounded values of the size of the ends.
+    const double error = 4e-15 + 1e-15 * (edge.high() / rise);
+    return {variation * (1 - error), variation * (1 + error)};
+}
+
+/// Bounds of the gradation of a regular edge with different ends and of an exponent rise / span that exp can take.
+inline measure_bounds gradation_bounds(const edge_terms& edge)
+{
+    const double rise = edge.high() - edge.low();
+    const double r = rise / edge.low();
+    double x = rise / edge.span;
+    // The ratio of the ends is rounded before its logarithm is taken.
+    double error = 2e-14 + 1e-15 / r;
+    if (r < 0.1)
+    {
+        // The terms of r / ln(1 + r) behind those of the series, the fifth to the seventh; the error is that of the eighth.
+        const double r4 = (r * r) * (r * r);
+        const double missing = r4 * r * (3.0 / 160 - r * (863.0 / 60480 - r * (275.0 / 24192)));
+        x *= 1 - missing / ratio_to_logarithm(r);
+        error += 0.01 * (r4 * r4);
+    }
+    const double gradation = std::exp(x) - 1;
+    const double total = error * (1 + x) + 1e-15 * (1 + 1 / x);
+    return {gradation * (1 - total), gradation * (1 + total)};
+}
+
 } // namespace tq4::gridweave

@@ -26,11 +26,30 @@
 namespace tq4::gridweave
 {
 
+/// What the terms of an edge tell of it.
+enum class judgement
+{
+    within, ///< the limit holds
+    above,  ///< it does not, and the key is known
+    unsure  ///< the measure itself must be taken
+};
+
+/// The judgement on an edge whose measure lies between the bounds.
+inline judgement judge_bounds(const measure_bounds& bounds, double limit, float& key)
+{
+    if (bounds.high < limit) return judgement::within;
+    key = gradation_key(bounds.low);
+    return bounds.low > limit && key == gradation_key(bounds.high) ? judgement::above : judgement::unsure;
+}
+
 /// The measure that `bound_metric_gradations` limits.
 class gradation_limit
 {
 public:
-    explicit gradation_limit(double g) : limit_(g), log_growth_(std::log(1 + g)) {}
+    explicit gradation_limit(double g)
+        : limit_(g), log_growth_(std::log(1 + g)), certain_slope_((log_growth_ - 4e-15 * (1 + log_growth_)) * (1 - 1e-13))
+    {
+    }
 
     double limit() const { return limit_; }
 
@@ -38,6 +57,22 @@ public:
     static double measure(const edge_lengths& edge, const Metric& m0, const Metric& m1)
     {
         return gradation_of(edge, m0, m1);
+    }
+
+    judgement judge(const edge_terms& edge, float& key) const
+    {
+        // The gradation is beyond the largest key from here on.
+        constexpr double largest_exponent = 89;
+
+        if (!edge.is_regular()) return judgement::unsure;
+        const double rise = edge.high() - edge.low();
+        if (rise == 0 || rise + 2e-15 * edge.low() < certain_slope_ * edge.span) return judgement::within;
+        if (rise > largest_exponent * edge.span)
+        {
+            key = FLT_MAX;
+            return limit_ < static_cast<double>(FLT_MAX) ? judgement::above : judgement::unsure;
+        }
+        return judge_bounds(gradation_bounds(edge), limit_, key);
     }
 
     /// The fraction of the way to the neighbour's size after which an edge of length `d` meets the limit, for sizes that differ by `dh`:
@@ -52,6 +87,7 @@ public:
 private:
     double limit_;
     double log_growth_;
+    double certain_slope_; ///< a rise over the span below this is within the limit, whatever is lost to rounding
 };
 
 /// The measure that `bound_metric_variations` limits.
@@ -68,6 +104,13 @@ public:
         return variation_of(edge, m0, m1);
     }
 
+    judgement judge(const edge_terms& edge, float& key) const
+    {
+        if (!edge.is_regular()) return judgement::unsure;
+        if (edge.end0 == edge.end1) return judgement::within;
+        return judge_bounds(variation_bounds(edge), limit_, key);
+    }
+
     /// As for the gradation; here differences that are negligible beside the edge's length leave nothing to correct.
     double fraction(double d, double dh) const
     {
@@ -81,34 +124,72 @@ private:
     double limit_;
 };
 
-/// Sizes of a field, one per node.
-class size_values
+/// The edges at every node: row i of the lists, from `first[i]` to `first[i + 1]`, holds the neighbours of node i.
+struct node_graph
+{
+    dense1D<unsigned> first;
+    dense1D<unsigned> list;
+
+    unsigned nodes() const { return first.size - 1; }
+};
+
+/// A field of sizes over a mesh.
+template <unsigned D>
+class size_field
 {
 public:
     using metric = double;
 
-    explicit size_values(dense1D<double>& sizes) : sizes_(sizes.data()) {}
+    size_field(const point_reader<D>& pos, dense1D<double>& sizes) : pos_(pos), sizes_(sizes.data()) {}
 
     double operator[](unsigned node) const { return sizes_[node]; }
     void set(unsigned node, double size) { sizes_[node] = size; }
 
+    /// Notes the lengths of all edges, which are asked for again with every move. False when memory runs out.
+    bool prepare(const node_graph& graph)
+    {
+        if (!lengths_.resize(graph.list.size)) return false;
+        for (unsigned i = 0; i < graph.nodes(); ++i)
+        {
+            const auto here = pos_[i];
+            for (unsigned p = graph.first[i]; p < graph.first[i + 1]; ++p) lengths_[p] = norm(subtract(pos_[graph.list[p]], here));
+        }
+        return true;
+    }
+
+    /// The edge at position p of the row of node i, which leads to node k, if i had the size `mine`.
+    edge_terms terms(double mine, unsigned, unsigned k, unsigned p) const { return {lengths_[p], mine, sizes_[k]}; }
+
 private:
+    point_reader<D> pos_;
     double* sizes_;
+    dense1D<double> lengths_;
 };
 
-/// Tensors of a field, one column per node.
+/// A field of tensors over a mesh, one column per node.
 template <unsigned D>
-class tensor_values
+class tensor_field
 {
 public:
     using metric = tensor<D>;
 
-    explicit tensor_values(dense2D<double>& metrics) : base_(metrics.data()), step_(metrics.ld) {}
+    tensor_field(const point_reader<D>& pos, dense2D<double>& metrics) : pos_(pos), base_(metrics.data()), step_(metrics.ld) {}
 
     metric operator[](unsigned node) const { return tensor_at<D>(base_ + step_ * node); }
     void set(unsigned node, const metric& m) { store(m, base_ + step_ * node); }
 
+    bool prepare(const node_graph&) { return true; }
+
+    edge_terms terms(const metric& mine, unsigned i, unsigned k, unsigned) const
+    {
+        const auto u = subtract(pos_[k], pos_[i]);
+        const double s0 = std::sqrt(quadratic_form(mine, u));
+        const double s1 = std::sqrt(quadratic_form((*this)[k], u));
+        return {s0 * s1, s0, s1};
+    }
+
 private:
+    point_reader<D> pos_;
     double* base_;
     std::size_t step_;
 };
@@ -187,39 +268,36 @@ double metric_change_ratio(const tensor<D>& before, const tensor<D>& after)
 }
 
 /// One run of the relaxation.
-template <unsigned D, class Limit, class Values>
+template <unsigned D, class Limit, class Field>
 class relaxation
 {
 public:
-    using metric = typename Values::metric;
+    using metric = typename Field::metric;
 
     /// Value of a node's status when it never moves; 0 is a node that has not moved yet, any other value the stamp of its latest move.
     static constexpr unsigned frozen = none_index;
 
-    relaxation(const point_reader<D>& pos, const dense1D<unsigned>& first, const dense1D<unsigned>& list, dense1D<unsigned>& status,
-               dense1D<travel>& ways, const Limit& limit, const Values& values)
-        : pos_(pos), first_(first), list_(list), status_(status), ways_(ways), limit_(limit), values_(values)
+    relaxation(const point_reader<D>& pos, const node_graph& graph, dense1D<unsigned>& status, dense1D<travel>& ways, const Limit& limit,
+               Field& field)
+        : pos_(pos),
+          first_(graph.first.data()),
+          list_(graph.list.data()),
+          nodes_(graph.nodes()),
+          status_(status),
+          ways_(ways),
+          limit_(limit),
+          field_(field)
     {
     }
 
     /// Runs until no edge is left to correct. The number of nodes moved, or -199 with the moves made so far kept.
     int propagate_bounds()
     {
-        const unsigned nodes = first_.size - 1;
         any_frozen_ = std::any_of(status_.begin(), status_.end(), [](unsigned s) { return s != 0; });
         if (any_frozen_ && !make_room_for_neighbours()) return out_of_memory;
 
-        for (unsigned i = 0; i < nodes; ++i)
-        {
-            if (status_[i] != 0) continue;
-            const metric mine = values_[i];
-            for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
-            {
-                const unsigned j = list_[p];
-                const double e = measure(mine, values_[j], subtract(pos_[j], pos_[i]));
-                if (limit_.limit() < e && !heap_.push({gradation_key(e), 0, i, j})) return out_of_memory;
-            }
-        }
+        for (unsigned i = 0; i < nodes_; ++i)
+            if (status_[i] == 0 && !queue_edges_from(i)) return out_of_memory;
 
         unsigned stamp = 0;
         int moved = 0;
@@ -231,6 +309,7 @@ public:
             prefetch(&status_[i]);
             prefetch(&status_[j]);
             heap_.pop();
+            // Most records are stale by now: one of the ends has moved since.
             if (status_[i] > worst.stamp) continue;
             if (status_[j] > worst.stamp && status_[j] != frozen) continue;
 
@@ -241,7 +320,7 @@ public:
             ways_[i] = way;
             if (status_[i] == 0) ++moved;
             status_[i] = ++stamp;
-            if (!push_edges_of(i, stamp)) return out_of_memory;
+            if (!queue_edges_around(i, stamp)) return out_of_memory;
         }
         return moved;
     }
@@ -252,11 +331,48 @@ private:
         return Limit::measure(lengths_of_edge(u, m0, m1), m0, m1);
     }
 
+    /// Whether the edge at position p of the row of node i, whose metric is `mine`, is above the limit, and the key that it is queued
+    /// under.
+    bool is_above(const metric& mine, unsigned i, unsigned p, float& key) const
+    {
+        const unsigned k = list_[p];
+        const judgement verdict = limit_.judge(field_.terms(mine, i, k, p), key);
+        if (verdict != judgement::unsure) return verdict == judgement::above;
+        const double e = measure(mine, field_[k], subtract(pos_[k], pos_[i]));
+        key = gradation_key(e);
+        return limit_.limit() < e;
+    }
+
+    /// Queues the edges of a node that are above the limit, for the node's own correction.
+    bool queue_edges_from(unsigned i)
+    {
+        const metric mine = field_[i];
+        float key = 0;
+        for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
+            if (is_above(mine, i, p, key) && !heap_.push({key, 0, i, list_[p]})) return false;
+        return true;
+    }
+
+    /// Queues the edges of a moved node that are above the limit, for both of their ends.
+    bool queue_edges_around(unsigned i, unsigned stamp)
+    {
+        const metric mine = field_[i];
+        float key = 0;
+        for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
+        {
+            if (!is_above(mine, i, p, key)) continue;
+            const unsigned k = list_[p];
+            if (!heap_.push({key, stamp, i, k})) return false;
+            if (status_[k] != frozen && !heap_.push({key, stamp, k, i})) return false;
+        }
+        return true;
+    }
+
     /// Room for the frozen neighbours of any one node.
     bool make_room_for_neighbours()
     {
         unsigned most = 0;
-        for (unsigned i = 0; i + 1 < first_.size; ++i) most = std::max(most, first_[i + 1] - first_[i]);
+        for (unsigned i = 0; i < nodes_; ++i) most = std::max(most, first_[i + 1] - first_[i]);
         return frozen_neighbours_.reserve(most, 1);
     }
 
@@ -267,22 +383,6 @@ private:
             if (status_[list_[p]] == frozen) frozen_neighbours_.push_back(list_[p]);
     }
 
-    /// Queues the edges of a moved node that are above the limit, for both of their ends.
-    bool push_edges_of(unsigned i, unsigned stamp)
-    {
-        const metric mine = values_[i];
-        for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
-        {
-            const unsigned k = list_[p];
-            const double e = measure(mine, values_[k], subtract(pos_[k], pos_[i]));
-            if (!(limit_.limit() < e)) continue;
-            const float key = gradation_key(e);
-            if (!heap_.push({key, stamp, i, k})) return false;
-            if (status_[k] != frozen && !heap_.push({key, stamp, k, i})) return false;
-        }
-        return true;
-    }
-
     /// Moves the metric of node i towards that of node j until their edge meets the limit. False when the node stays.
     bool correct_node(unsigned i, unsigned j, travel& way)
     {
@@ -290,8 +390,8 @@ private:
         constexpr double least_fraction = 0.001;
         constexpr double least_ratio = 1.000000000001;
 
-        const metric start = values_[i];
-        const metric goal = values_[j];
+        const metric start = field_[i];
+        const metric goal = field_[j];
         const edge_sizes edge = sizes_along(subtract(pos_[j], pos_[i]), start, goal);
         double t = limit_.fraction(edge.d, std::fabs(edge.h1 - edge.h0));
         if (!(t > least_fraction)) return false;
@@ -310,7 +410,7 @@ private:
         metric result;
         if (!path.at(t, result) || !keep_to_way(way, start, result)) return false;
         if (!(metric_change_ratio(start, result) > least_ratio)) return false;
-        values_.set(i, result);
+        field_.set(i, result);
         return true;
     }
 
@@ -359,7 +459,7 @@ private:
         double sum = 0;
         for (const unsigned k : frozen_neighbours_)
         {
-            const double excess = measure(m, values_[k], subtract(pos_[k], pos_[i])) - limit_.limit();
+            const double excess = measure(m, field_[k], subtract(pos_[k], pos_[i])) - limit_.limit();
             if (!(excess > 0)) continue;
             if (excess >= largest_excess) return DBL_MAX;
             sum += excess * excess;
@@ -368,49 +468,68 @@ private:
     }
 
     point_reader<D> pos_;
-    const dense1D<unsigned>& first_;
-    const dense1D<unsigned>& list_;
+    const unsigned* first_;
+    const unsigned* list_;
+    unsigned nodes_;
     dense1D<unsigned>& status_;
     dense1D<travel>& ways_;
     Limit limit_;
-    Values values_;
+    Field& field_;
     gradation_heap heap_;
     dense1D<unsigned> frozen_neighbours_;
     bool any_frozen_ = false;
 };
 
 /// The node-to-node form of a connectivity; the node-to-element form that it is made from is dropped.
-inline int build_graph(const dense2D<unsigned>& connectivity, dense1D<unsigned>& first, dense1D<unsigned>& list)
+inline int build_graph(const dense2D<unsigned>& connectivity, node_graph& graph)
 {
     dense1D<unsigned> element_first;
     dense1D<unsigned> element_list;
     if (const int result = build_node_elements(connectivity, element_first, element_list, true); result < 0) return result;
-    return build_node_graph(connectivity, element_first, element_list, first, list);
+    return build_node_graph(connectivity, element_first, element_list, graph.first, graph.list);
 }
 
-/// Sets a run up for arguments that have been tested, and makes it.
-template <unsigned D, class Limit, class Values>
-int relax(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, const dense1D<unsigned>& indices, bool indices_frozen,
-          travel way, const Limit& limit, const Values& values)
+inline size_field<2> field_over(const point_reader<2>& pos, dense1D<double>& sizes)
 {
-    constexpr unsigned frozen = relaxation<D, Limit, Values>::frozen;
+    return {pos, sizes};
+}
+inline size_field<3> field_over(const point_reader<3>& pos, dense1D<double>& sizes)
+{
+    return {pos, sizes};
+}
+inline tensor_field<2> field_over(const point_reader<2>& pos, dense2D<double>& metrics)
+{
+    return {pos, metrics};
+}
+inline tensor_field<3> field_over(const point_reader<3>& pos, dense2D<double>& metrics)
+{
+    return {pos, metrics};
+}
+
+/// Sets a run up for arguments that have been tested, and makes it. `Values` holds the sizes or the tensors.
+template <unsigned D, class Limit, class Values>
+int relax(const dense2D<double>& coordinates, const dense2D<unsigned>& connectivity, const dense1D<unsigned>& indices, bool indices_frozen,
+          travel way, const Limit& limit, Values& values)
+{
+    const point_reader<D> pos(coordinates);
+    auto field = field_over(pos, values);
+    using run = relaxation<D, Limit, decltype(field)>;
 
     // No move goes any other way.
     if (way != travel::either && way != travel::grow && way != travel::shrink) return 0;
 
     dense1D<unsigned> status;
-    if (!status.resize(pos.cols, indices_frozen ? 0 : frozen)) return out_of_memory;
+    if (!status.resize(coordinates.cols, indices_frozen ? 0 : run::frozen)) return out_of_memory;
     for (const unsigned index : indices)
-        if (index < status.size) status[index] = indices_frozen ? frozen : 0;
+        if (index < status.size) status[index] = indices_frozen ? run::frozen : 0;
 
-    dense1D<unsigned> first;
-    dense1D<unsigned> list;
-    if (const int result = build_graph(connectivity, first, list); result < 0) return result;
-    const unsigned nodes = first.size - 1;
+    node_graph graph;
+    if (const int result = build_graph(connectivity, graph); result < 0) return result;
 
     dense1D<travel> ways;
-    if (!status.resize(nodes, frozen) || !ways.resize(nodes, way)) return out_of_memory;
-    return relaxation<D, Limit, Values>(point_reader<D>(pos), first, list, status, ways, limit, values).propagate_bounds();
+    if (!status.resize(graph.nodes(), run::frozen) || !ways.resize(graph.nodes(), way)) return out_of_memory;
+    if (!field.prepare(graph)) return out_of_memory;
+    return run(pos, graph, status, ways, limit, field).propagate_bounds();
 }
 
 inline bool holds_metrics_of(unsigned, const dense1D<double>&)
@@ -431,33 +550,22 @@ inline unsigned entries(const dense2D<double>& metrics)
     return metrics.cols;
 }
 
-template <unsigned D>
-size_values values_of(dense1D<double>& sizes)
-{
-    return size_values(sizes);
-}
-template <unsigned D>
-tensor_values<D> values_of(dense2D<double>& metrics)
-{
-    return tensor_values<D>(metrics);
-}
-
-/// The whole of an exported call: the four of them have the same tests and codes. `Field` is a vector of sizes or a matrix of tensors.
-template <class Limit, class Field>
+/// The whole of an exported call: the four of them have the same tests and codes. `Values` is a vector of sizes or a matrix of tensors.
+template <class Limit, class Values>
 int limit_field(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind, const dense1D<unsigned>& indices,
-                bool indices_frozen, int direction, double limit, Field& field)
+                bool indices_frozen, int direction, double limit, Values& values)
 {
     if (connectivity.empty() || limit == DBL_MAX) return 0;
     if (pos.rows != 2 && pos.rows != 3) return -1;
     if (!check_IDs(connectivity, kind, pos.cols)) return -2;
     if (!check_IDs(indices, pos.cols)) return -4;
     if (limit < 0) return -7;
-    if (!holds_metrics_of(pos.rows, field)) return -8;
-    if (max_ID(connectivity) >= entries(field)) return -8;
+    if (!holds_metrics_of(pos.rows, values)) return -8;
+    if (max_ID(connectivity) >= entries(values)) return -8;
 
     const auto way = static_cast<travel>(static_cast<unsigned char>(direction));
-    if (pos.rows == 2) return relax<2>(pos, connectivity, indices, indices_frozen, way, Limit(limit), values_of<2>(field));
-    return relax<3>(pos, connectivity, indices, indices_frozen, way, Limit(limit), values_of<3>(field));
+    if (pos.rows == 2) return relax<2>(pos, connectivity, indices, indices_frozen, way, Limit(limit), values);
+    return relax<3>(pos, connectivity, indices, indices_frozen, way, Limit(limit), values);
 }
 
 } // namespace tq4::gridweave

@@ -117,4 +117,70 @@ TEST(EdgeMeasures, AreSymmetricToTheLastBit)
     }
 }
 
+/// An edge between two sizes whose ratio and length are spread over many orders of magnitude.
+edge_terms any_regular_edge(test::random_source& random)
+{
+    const double h0 = std::pow(10.0, random.between(-3, 3));
+    const double ratio = 1 + std::pow(10.0, random.between(-12, 3));
+    const double h1 = random.below(2) ? h0 * ratio : h0 / ratio;
+    return {h0 * std::pow(10.0, random.between(-4, 3)), h0, h1};
+}
+
+// The relaxations trust the bounds with what goes into the queue, and with what does not.
+TEST(EdgeTerms, BoundBothMeasuresClosely)
+{
+    test::random_source random(8);
+    unsigned compared = 0;
+    unsigned one_key = 0;
+    for (unsigned k = 0; k < 400000; ++k)
+    {
+        const edge_terms edge = any_regular_edge(random);
+        if (!edge.is_regular() || edge.end0 == edge.end1) continue;
+        const edge_lengths lengths = lengths_of_edge(edge.span, edge.end0, edge.end1);
+        const edge_lengths between_tensors{logarithmic_length(edge.end0 * edge.end1, edge.end0, edge.end1, false), edge.end0, edge.end1};
+        const edge_terms as_tensors{edge.end0 * edge.end1, edge.end0, edge.end1};
+
+        ++compared;
+        const measure_bounds variation = variation_bounds(edge);
+        const double v = variation_of(lengths, edge.end0, edge.end1);
+        ASSERT_LE(variation.low, v);
+        ASSERT_LE(v, variation.high);
+
+        if ((edge.high() - edge.low()) / edge.span < 89)
+        {
+            const measure_bounds gradation = gradation_bounds(edge);
+            const double g = gradation_of(lengths, edge.end0, edge.end1);
+            ASSERT_LE(gradation.low, g) << edge.span << ' ' << edge.end0 << ' ' << edge.end1;
+            ASSERT_LE(g, gradation.high) << edge.span << ' ' << edge.end0 << ' ' << edge.end1;
+            if (static_cast<float>(gradation.low) == static_cast<float>(gradation.high)) ++one_key;
+        }
+        if (as_tensors.is_regular() && (edge.high() - edge.low()) / as_tensors.span < 89)
+        {
+            const measure_bounds gradation = gradation_bounds(as_tensors);
+            const double g = gradation_of(between_tensors, 0.0, 1.0);
+            ASSERT_LE(gradation.low, g) << edge.end0 << ' ' << edge.end1;
+            ASSERT_LE(g, gradation.high) << edge.end0 << ' ' << edge.end1;
+            const measure_bounds tensor_variation = variation_bounds(as_tensors);
+            const double tv = variation_of(between_tensors, 0.0, 1.0);
+            ASSERT_LE(tensor_variation.low, tv);
+            ASSERT_LE(tv, tensor_variation.high);
+        }
+    }
+    EXPECT_GT(compared, 300000u);
+    EXPECT_GT(one_key, 200000u);
+}
+
+TEST(EdgeTerms, AreNotRegularWhereTheMeasuresHaveSpecialCases)
+{
+    EXPECT_TRUE((edge_terms{1, 1, 2}.is_regular()));
+    for (const double broken : {0.0, -1.0, nan, infinity, DBL_MAX, 1e-130, 1e130})
+    {
+        EXPECT_FALSE((edge_terms{1, broken, 2}.is_regular())) << broken;
+        EXPECT_FALSE((edge_terms{1, 2, broken}.is_regular())) << broken;
+        EXPECT_FALSE((edge_terms{broken, 1, 2}.is_regular())) << broken;
+    }
+    EXPECT_FALSE((edge_terms{1, 1, 1e12}.is_regular())); // a metric length that may be below 1e-12
+    EXPECT_FALSE((edge_terms{nan, nan, nan}.is_regular()));
+}
+
 } // namespace
