@@ -123,14 +123,9 @@ bool round_to_digits(double magnitude, int count, decimal_parts& result)
         const int power = count - 1 - exponent;
         if (power > largest_power) return false;
         const scaled value = power >= 0 ? scale_up(parts, power) : scale_down(magnitude, -power);
-        if (value.whole >= limit)
+        if (value.whole >= limit || value.whole < limit / 10)
         {
-            ++exponent;
-            continue;
-        }
-        if (value.whole < limit / 10)
-        {
-            --exponent;
+            exponent += value.whole >= limit ? 1 : -1;
             continue;
         }
         const std::uint64_t digits = value.rounded();
@@ -250,15 +245,23 @@ constexpr bool is_digit(char c)
     return c >= '0' && c <= '9';
 }
 
-/// The digits at a place of a text as a whole number (modulo 2^64), and the place behind them.
+/// A whole number (modulo 2^64) with the digits at a place of a text appended to it, and the place behind them.
 struct digit_run
 {
     std::uint64_t value;
     const char* end;
 };
 
-/// Eight characters at once where a text has so many: the digits among them are counted by their bits and summed in three products.
-digit_run read_digits(const char* at, const char* end, std::uint64_t value)
+/// One digit after the other: best for the few digits before a point, whose number the processor guesses well.
+digit_run append_digits(std::uint64_t value, const char* at, const char* end)
+{
+    for (; at != end && is_digit(*at); ++at) value = value * 10 + static_cast<unsigned>(*at - '0');
+    return {value, at};
+}
+
+/// Eight characters at once where a text has so many, best for decimals: the digits among them are counted by their bits and summed in
+/// three products.
+digit_run append_decimals(std::uint64_t value, const char* at, const char* end)
 {
     if constexpr (std::endian::native == std::endian::little)
     {
@@ -280,8 +283,7 @@ digit_run read_digits(const char* at, const char* end, std::uint64_t value)
             if (count < 8) return {value, at};
         }
     }
-    for (; at != end && is_digit(*at); ++at) value = value * 10 + static_cast<unsigned>(*at - '0');
-    return {value, at};
+    return append_digits(value, at, end);
 }
 
 /// True for a character that a conversion of the C library may take as part of the number before it.
@@ -345,7 +347,7 @@ const char* scan_real(const char* text, const char* end, double& value)
     const char* const unsigned_text = at;
 
     // The digits on both sides of the point as one whole number.
-    const digit_run whole_part = read_digits(at, end, 0);
+    const digit_run whole_part = append_digits(0, at, end);
     std::ptrdiff_t digits = whole_part.end - at;
     std::uint64_t mantissa = whole_part.value;
     std::ptrdiff_t decimals = 0;
@@ -353,7 +355,7 @@ const char* scan_real(const char* text, const char* end, double& value)
     if (at != end && *at == '.')
     {
         ++at;
-        const digit_run fraction = read_digits(at, end, mantissa);
+        const digit_run fraction = append_decimals(mantissa, at, end);
         decimals = fraction.end - at;
         digits += decimals;
         mantissa = fraction.value;

@@ -9,6 +9,24 @@
 namespace tq4::gridweave
 {
 
+namespace
+{
+
+/// True when numbers in stream objects look as in the "C" locale. Comparing locales may need memory for their names.
+bool streams_are_plain()
+{
+    try
+    {
+        return std::locale() == std::locale::classic();
+    }
+    catch (...)
+    {
+        return false;
+    }
+}
+
+} // namespace
+
 std::FILE* open_file(const char* name, const char* mode)
 {
     if (!name) return nullptr;
@@ -31,8 +49,7 @@ bool finish(text_writer& out, std::FILE* stream)
     return close_file(stream) && taken;
 }
 
-text_writer::text_writer(std::FILE* file, locale_of source)
-    : file_(file), by_streams_(source == locale_of::streams && std::locale() != std::locale::classic())
+text_writer::text_writer(std::FILE* file, locale_of source) : file_(file), by_streams_(source == locale_of::streams && !streams_are_plain())
 {
     plain_integers_ = !by_streams_;
     plain_reals_ = source == locale_of::streams ? !by_streams_ : c_library_uses_decimal_point();
@@ -74,30 +91,30 @@ bool text_writer::flush()
     return good_;
 }
 
-// A stream object may lack memory, and a facet of the host's locale may throw: the number is then missing, which is a failed write.
-
 void text_writer::streamed_integer(int value, int width)
 {
-    try
-    {
-        std::ostringstream stream;
-        stream << std::setw(width) << value;
-        text(stream.str());
-    }
-    catch (...)
-    {
-        good_ = false;
-    }
+    streamed([=](std::ostream& stream) { stream << std::setw(width) << value; });
 }
 
 void text_writer::streamed_real(double value, const real_format& format)
 {
-    try
-    {
-        std::ostringstream stream;
+    streamed([&](std::ostream& stream) {
         if (format.conversion != 'g') stream << (format.conversion == 'f' ? std::fixed : std::scientific);
         if (format.conversion == 'E') stream << std::uppercase;
         stream << std::setprecision(format.precision) << std::setw(format.width) << value;
+    });
+}
+
+/// Writes what `insert(stream)` puts into a stream object of the global locale. That may lack memory, and a facet of the host's locale may
+/// throw: something is then missing, which is a failed write.
+template <class Insert>
+void text_writer::streamed(Insert&& insert)
+{
+    try
+    {
+        std::ostringstream stream;
+        insert(stream);
+        good_ &= !stream.fail();
         text(stream.str());
     }
     catch (...)

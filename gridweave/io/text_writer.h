@@ -84,6 +84,8 @@ private:
         return cursor_;
     }
 
+    template <class Insert>
+    void streamed(Insert&& insert);
     void streamed_integer(int value, int width);
     void streamed_real(double value, const real_format& format);
 

@@ -16,17 +16,15 @@ namespace
 
 using point = vector_fixed<double, 3>;
 
-/// Squared distance of p to the line through the two others, measured from the nearer of them. Where these coincide it stays undivided.
-double squared_height(const point& p, const point& q, const point& r)
+/// Squared distance of p to the line through the two others, measured from the nearer of them (q at equality). Where these two coincide
+/// it stays undivided. The squared lengths of the sides are given; they do not depend on a side's direction.
+double squared_height(const point& p, const point& q, const point& r, double pq, double pr, double qr)
 {
-    const bool from_r = squared_norm(subtract(r, p)) < squared_norm(subtract(q, p));
+    const bool from_r = pr < pq;
     const point& near = from_r ? r : q;
     const point& far = from_r ? q : r;
-    const point u = subtract(far, near);
-    const point w = subtract(p, near);
-    const double base = squared_norm(u);
-    const double area = squared_norm(cross(u, w));
-    return base > 0 ? area / base : area;
+    const double area = squared_norm(cross(subtract(far, near), subtract(p, near)));
+    return qr > 0 ? area / qr : area;
 }
 
 /// Makes a matrix of 3 rows `cols` wide, doubling its storage where it must grow. False when memory ran out.
@@ -54,7 +52,10 @@ bool all_finite(const double* values, std::size_t count)
 double min_triangle_height2(const vector_fixed<double, 3> (&corners)[3])
 {
     const auto& [p, q, r] = corners;
-    return std::min({squared_height(p, q, r), squared_height(q, r, p), squared_height(r, p, q)});
+    const double pq = squared_norm(subtract(q, p));
+    const double qr = squared_norm(subtract(r, q));
+    const double rp = squared_norm(subtract(p, r));
+    return std::min({squared_height(p, q, r, pq, rp, qr), squared_height(q, r, p, qr, pq, rp), squared_height(r, p, q, rp, qr, pq)});
 }
 
 int triangle_soup::add(const vector_fixed<double, 3> (&corners)[3])

@@ -126,6 +126,31 @@ TEST(TextWriter, FollowsTheGlobalLocaleWhereStreamsDo)
     EXPECT_EQ(written(job), "1234567 1234567 1234.5 1.25000000e-01");
 }
 
+/// A facet that fails.
+struct throwing_output : std::num_put<char>
+{
+    iter_type do_put(iter_type, std::ios_base&, char_type, long) const override { throw 1; }
+    iter_type do_put(iter_type, std::ios_base&, char_type, double) const override { throw 1; }
+};
+
+TEST(TextWriter, TakesAThrowingFacetForAFailedWrite)
+{
+    const global_locale broken(std::locale(std::locale::classic(), new throwing_output));
+    const test::temporary_file file;
+    std::FILE* const stream = open_file(file.name(), "w");
+    for (const bool whole : {true, false})
+    {
+        text_writer out(stream, text_writer::locale_of::streams);
+        if (whole)
+            out.integer(1);
+        else
+            out.real(1.5, {'g'});
+        EXPECT_FALSE(out.good());
+        EXPECT_FALSE(out.flush());
+    }
+    close_file(stream);
+}
+
 TEST(TextWriter, LooksAsAStreamInTheClassicLocale)
 {
     std::ostringstream reference;
