@@ -82,8 +82,15 @@ build()
     }
 }
 
-# run_tests PRESET: the whole test suite; shows what fails, and closes with ctest's own count.
+# run_tests PRESET: the whole test suite; shows what does not pass, and closes with a line of counts that is left in
+# build/PRESET/tests.summary, too.
 run_tests()
 {
-    ctest --preset "$1" --parallel "$jobs" | grep -vE '^ *Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test .* Passed '
+    local log=build/$1/tests.log status=0 failed total skipped
+    ctest --preset "$1" --parallel "$jobs" | tee "$log" |
+        grep -vE '^ *Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test .* Passed ' || status=$?
+    read -r failed total < <(sed -nE 's/^.* ([0-9]+) tests? failed out of ([0-9]+)$/\1 \2/p' "$log") || fail "no tests were run."
+    skipped=$(grep -cE '^ *[0-9]+/[0-9]+ Test .*\*\*\*Skipped ' "$log" || true)
+    echo "$((total - failed - skipped)) passed, $failed failed" | tee "build/$1/tests.summary"
+    return "$status"
 }
