@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What the scripts share: installing what is missing, building, running tests. To be sourced by bash from the root of the repository.
 
 jobs=$(nproc 2>/dev/null || echo 2)
