@@ -94,6 +94,18 @@ bool is_valid_run(const dense2D<unsigned>& connectivity, const column_run& run, 
     return check_IDs(connectivity.sub_matrix(0, run.begin, rows, run.end - run.begin), kind, none_index);
 }
 
+bool join_matrices(const dense2D<unsigned>& first, const dense2D<unsigned>& second, unsigned rows, dense2D<unsigned>& joined)
+{
+    const std::uint64_t cols = std::uint64_t{first.cols} + second.cols;
+    joined.clear();
+    if (cols > none_index || !joined.resize(rows, static_cast<unsigned>(cols), none_index)) return false;
+    unsigned column = 0;
+    for (const dense2D<unsigned>* const part : {&first, &second})
+        for (unsigned c = 0; c < part->cols; ++c, ++column)
+            if (part->rows <= rows) std::copy_n(part->column(c), part->rows, joined.column(column));
+    return true;
+}
+
 bool widen_coordinates(dense2D<double>& pos, unsigned cols)
 {
     if (cols <= pos.cols) return true;

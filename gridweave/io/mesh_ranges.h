@@ -58,6 +58,10 @@ inline column_run run_of(const dense1D<unsigned>& run_starts, unsigned run, unsi
 /// needs more rows than the matrix has is none.
 bool is_valid_run(const dense2D<unsigned>& connectivity, const column_run& run, element_type kind);
 
+/// Copies two matrices side by side into one of `rows` rows, filled with none below a lower matrix. A taller matrix does not fit: its
+/// columns stay none, which the test of a run refuses. False when memory ran out.
+bool join_matrices(const dense2D<unsigned>& first, const dense2D<unsigned>& second, unsigned rows, dense2D<unsigned>& joined);
+
 /// The columns that a growing matrix reserves when column `index` does not fit: the next power of two above it.
 inline unsigned columns_to_reserve(unsigned index)
 {

@@ -319,14 +319,14 @@ char* write_real_by_c_library(char* out, double value, const real_format& format
     return out + std::clamp(count, 0, static_cast<int>(longest_number) - 1);
 }
 
-char* write_integer(char* out, int value, int width)
+char* write_integer(char* out, long long value, int width)
 {
     char* at = out;
-    std::uint64_t magnitude = static_cast<unsigned>(value);
+    auto magnitude = static_cast<std::uint64_t>(value);
     if (value < 0)
     {
         *at++ = '-';
-        magnitude = 0u - static_cast<unsigned>(value);
+        magnitude = 0 - magnitude;
     }
     return align_right(out, put_digits(at, magnitude, digit_count(magnitude)), width);
 }

@@ -26,8 +26,8 @@ char* write_real(char* out, double value, const real_format& format);
 /// The same by the C library itself, for any value and under the locale of the calling thread.
 char* write_real_by_c_library(char* out, double value, const real_format& format);
 
-/// Writes `value` as "%{width}d" does.
-char* write_integer(char* out, int value, int width = 0);
+/// Writes `value` as "%{width}lld" does.
+char* write_integer(char* out, long long value, int width = 0);
 
 /// True when the C library writes and reads numbers with a decimal point as in the "C" locale, so that the functions of this header give
 /// the same bytes and bits.

@@ -91,7 +91,7 @@ bool text_writer::flush()
     return good_;
 }
 
-void text_writer::streamed_integer(int value, int width)
+void text_writer::streamed_integer(long long value, int width)
 {
     streamed([=](std::ostream& stream) { stream << std::setw(width) << value; });
 }

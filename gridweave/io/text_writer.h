@@ -48,14 +48,11 @@ public:
     void character(char c) { *room(1) = c, ++cursor_; }
 
     /// "%{width}d". An unsigned value is written as the int of the same bits, as "%d" does.
-    void integer(int value, int width = 0)
-    {
-        if (plain_integers_)
-            cursor_ = write_integer(room(longest_integer), value, width);
-        else
-            streamed_integer(value, width);
-    }
+    void integer(int value, int width = 0) { any_integer(value, width); }
     void integer(unsigned value, int width = 0) { integer(static_cast<int>(value), width); }
+
+    /// An unsigned number as stream objects write it, whatever its size.
+    void natural(unsigned value) { any_integer(value, 0); }
 
     /// A number in the given format.
     void real(double value, const real_format& format);
@@ -84,9 +81,17 @@ private:
         return cursor_;
     }
 
+    void any_integer(long long value, int width)
+    {
+        if (plain_integers_)
+            cursor_ = write_integer(room(longest_integer), value, width);
+        else
+            streamed_integer(value, width);
+    }
+
     template <class Insert>
     void streamed(Insert&& insert);
-    void streamed_integer(int value, int width);
+    void streamed_integer(long long value, int width);
     void streamed_real(double value, const real_format& format);
 
     std::FILE* file_;

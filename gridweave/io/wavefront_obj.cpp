@@ -291,11 +291,11 @@ void write_faces(text_writer& out, const dense2D<unsigned>& elements, bool with_
         for (unsigned row = 0; row < elements.rows; ++row)
         {
             const unsigned number = nodes[row] + 1;
-            out.integer(number);
+            out.natural(number);
             out.character('/');
-            if (with_texture) out.integer(number);
+            if (with_texture) out.natural(number);
             out.character('/');
-            if (with_normals) out.integer(number);
+            if (with_normals) out.natural(number);
             out.character(' ');
         }
         out.character('\n');

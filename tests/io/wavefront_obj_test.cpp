@@ -412,6 +412,13 @@ TEST(WavefrontOutput, WritesZForNodesOfThePlane)
     EXPECT_EQ(file.content(), " v 1.00000000e+00 2.00000000e+00 0.00000000e+00 \n");
 }
 
+TEST(WavefrontOutput, WritesHugeNodeNumbersAsTheyAre)
+{
+    const temporary_file file(".obj");
+    ASSERT_EQ(WavefrontOBJ_output(file.name(), points_of({{0, 0, 0}}), elements_of({{none - 1, 0x7FFFFFFF, 0}}), ELEM_TRIA3), 0);
+    EXPECT_EQ(file.content(), " v 0.00000000e+00 0.00000000e+00 0.00000000e+00 \n f 4294967295// 2147483648// 1// \n");
+}
+
 TEST(WavefrontOutput, SortsMatricesByKind)
 {
     const temporary_file file(".obj");

@@ -207,5 +207,60 @@ TQ4_GRIDWEAVE_API int WavefrontOBJ_output(const char* file, const dense2D<double
 TQ4_GRIDWEAVE_API int WavefrontOBJ_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1,
                                           const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
 
+// FEMAP neutral (.neu), the blocks 403 (nodes) and 404 (elements), read and written.
+
+/// Reads nodes and elements in the order of the file. Node n becomes column n - 1 of `pos`; the columns of numbers that are missing are
+/// zero, and element numbers are dropped. The elements stand in one matrix as high as the largest of them, shorter columns padded with
+/// none, as a table of runs of one kind: run k covers the columns from `run_starts[k]` to `run_starts[k + 1] - 1`. An element of a topology
+/// that is unknown is passed over but stands in `kinds` as `ELEM_NONE`; in a file with such elements `kinds` and `run_starts` do not go
+/// together in general.
+///
+/// @param pos         replaced; 3 rows × largest node number
+/// @param connect     replaced; nodes of the largest element × elements
+/// @param run_starts  replaced; one entry per run and the number of elements, (0, 0) for a file without elements
+/// @param kinds       replaced; `element_type` of each run
+/// @param colors      replaced; the colour of each element
+/// @return 0; -1 the file cannot be opened; -102 a node with fewer than 14 fields or the number 0, an element with fewer than 5 fields
+///         or fewer than 10 in a line of nodes, a file that ends inside an element; -199 out of memory, for which a node number can ask
+///         too. What was read so far stays, with the number of complete elements at the end of `run_starts`.
+TQ4_GRIDWEAVE_API int FEMAP_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect, dense1D<unsigned>& run_starts,
+                                  dense1D<int>& kinds, dense1D<unsigned>& colors);
+
+/// The same without the table of runs. `kind` is the kind of all elements, and `ELEM_NONE` after a failure or where there are several.
+TQ4_GRIDWEAVE_API int FEMAP_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect, element_type& kind);
+
+/// The same for a file of two runs; further runs are dropped. `connect1` keeps the rows of the largest element of the file, `connect2` has
+/// those of its kind. Where there is no such run the matrix is empty and its kind `ELEM_NONE`, as after a failure.
+TQ4_GRIDWEAVE_API int FEMAP_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect1, dense2D<unsigned>& connect2,
+                                  element_type& kind1, element_type& kind2);
+
+/// Writes nodes and elements as a table of runs. Coordinates have six significant digits. Runs of kinds that the format does not hold are
+/// left out without a report: `ELEM_NONE`, `ELEM_BAR_ANY`, `ELEM_QUAD9`, all pyramids (also among mixed columns), `ELEM_PENTA15`,
+/// `ELEM_PENTA18`, `ELEM_HEXA27`. The columns of a mixed run are of the kind that their padding tells. The corners of `ELEM_TRIA6`
+/// are written one too low, so that they come back one lower.
+///
+/// The file is opened first; a failed test leaves it empty, and so does an empty `connect`.
+///
+/// @param pos         2 or 3 rows × nodes
+/// @param connect     nodes of an element × elements, of any node numbers
+/// @param run_starts  first column of each run and, last, their end; descending starts make an empty run
+/// @param kinds       the kind of each run
+/// @param colors      one per column
+/// @return 0, for an empty `connect` even where the file cannot be opened; -1 the file cannot be opened or a write failed; -2 illegal rows
+///         of `pos`; -5 `run_starts` has not one entry more than `kinds`; -6 `colors` has not one entry per column; -3 a run is no
+///         connectivity of its kind
+TQ4_GRIDWEAVE_API int FEMAP_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect,
+                                   const dense1D<unsigned>& run_starts, const dense1D<int>& kinds, const dense1D<unsigned>& colors);
+
+/// The same for one matrix of one kind, all of colour 1.
+/// @return as above, or -199 out of memory
+TQ4_GRIDWEAVE_API int FEMAP_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, element_type kind);
+
+/// The same for two matrices, of colours 1 and 2. The second run ends at the column whose number is the second matrix's own count, so that
+/// elements at its end are left out wherever the first matrix has columns: prefer the general form for two matrices.
+/// @return as above, or -199 out of memory
+TQ4_GRIDWEAVE_API int FEMAP_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1,
+                                   const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
+
 } // namespace gridweave
 } // namespace tq4
