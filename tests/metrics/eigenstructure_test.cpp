@@ -313,6 +313,7 @@ TEST(GeneralizedEigenPairs, LeaveSemidefiniteTensorsToTheCaller)
         pairs<3> p{};
         EXPECT_TRUE(eigen_pairs(A, B, p.values, p.vectors));
         for (const double value : p.values.values) EXPECT_FALSE(std::isfinite(value)) << ::testing::PrintToString(entries(A));
+        for (const double entry : p.vectors.values) EXPECT_TRUE(std::isfinite(entry)) << ::testing::PrintToString(entries(A));
     }
 }
 

@@ -236,6 +236,17 @@ TEST(MergedMetrics, TakeWhatIsPositiveOfAnIndefiniteSecondTensor)
     EXPECT_EQ(entries(space), entries(diagonal(1, 1, 1)));
 }
 
+TEST(MergedMetrics, TakeTheFirstTensorWhereTheSecondOneDropsOut)
+{
+    // The reduced problem underflows to 0 and its scale to infinity: the values of B are NaN.
+    const tensor3 tiny = diagonal(1e-120, 1e-120, 1e-120);
+    for (const unsigned entry : {0u, 2u, 5u})
+    {
+        EXPECT_DOUBLE_EQ(smaller_sizes(tiny, tiny)[entry], 1e-120);
+        EXPECT_DOUBLE_EQ(larger_sizes(tiny, tiny)[entry], 1e-120);
+    }
+}
+
 TEST(MergedMetrics, RefuseNaNAndInfinityAnywhere)
 {
     expect_failure_with_any_broken_entry<2>();

@@ -70,6 +70,8 @@ TEST(LogarithmicLength, EvaluatesTheSeriesToTheLastBit)
         const double mean = 1.0 + x * (1.0 - x * (1.0 / 3.0 - x * (1.0 / 3.0 - 0.42222222222222217 * x)));
         EXPECT_EQ(logarithmic_length(1, 1, 1.0 + r, false), 1.0 / mean) << r;
     }
+    // Exactly a tenth is the logarithm's.
+    EXPECT_EQ(logarithmic_length(1, 10, 11, false), 1.0 / (10.0 * (0.1 / std::log(1.1))));
     const double r = 0.5;
     EXPECT_EQ(logarithmic_length(1, 1, 1.5, false), 1.0 / (r / std::log(1.0 + r)));
 }
@@ -181,6 +183,9 @@ TEST(MetricEdgeLength, LeavesTheFormsUnrootedWhereAnEndFails)
     double s1 = 0;
     EXPECT_EQ(metric_edge_length<2>({2, 0}, {-1, 0, 1}, {4, 0, 1}, false, s0, s1), 0.0);
     EXPECT_EQ(s0, -4.0);
+    EXPECT_EQ(s1, 16.0);
+    EXPECT_EQ(metric_edge_length<2>({2, 0}, {0, 0, 1}, {4, 0, 1}, false, s0, s1), 0.0);
+    EXPECT_EQ(s0, 0.0);
     EXPECT_EQ(s1, 16.0);
     EXPECT_EQ(metric_edge_length<2>({2, 0}, {4, 0, 1}, {-1, 0, 1}, true, s0, s1), 0.0);
     EXPECT_EQ(s0, 16.0);
