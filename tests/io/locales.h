@@ -3,6 +3,8 @@
 // Locales for tests of text and numbers.
 
 #include <clocale>
+#include <locale>
+#include <string>
 
 namespace tq4::test
 {
@@ -25,6 +27,24 @@ public:
 
 private:
     bool found_ = false;
+};
+
+/// A C++ locale with a decimal comma and grouped thousands, which machines without such locales have too.
+struct comma_punctuation : std::numpunct<char>
+{
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+class global_locale
+{
+public:
+    explicit global_locale(const std::locale& now) : before_(std::locale::global(now)) {}
+    ~global_locale() { std::locale::global(before_); }
+
+private:
+    std::locale before_;
 };
 
 } // namespace tq4::test

@@ -16,6 +16,8 @@ namespace
 
 using namespace tq4;
 using namespace tq4::gridweave;
+using test::comma_punctuation;
+using test::global_locale;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
@@ -34,24 +36,6 @@ std::string written(Job&& job, text_writer::locale_of source = text_writer::loca
     EXPECT_TRUE(close_file(stream));
     return file.content();
 }
-
-/// A C++ locale with a decimal comma and grouped thousands, which machines without such locales have too.
-struct comma_punctuation : std::numpunct<char>
-{
-    char do_decimal_point() const override { return ','; }
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-class global_locale
-{
-public:
-    explicit global_locale(const std::locale& now) : before_(std::locale::global(now)) {}
-    ~global_locale() { std::locale::global(before_); }
-
-private:
-    std::locale before_;
-};
 
 TEST(TextWriter, WritesTextAndNumbers)
 {
@@ -130,6 +114,7 @@ TEST(TextWriter, FollowsTheGlobalLocaleWhereStreamsDo)
 struct throwing_output : std::num_put<char>
 {
     iter_type do_put(iter_type, std::ios_base&, char_type, long) const override { throw 1; }
+    iter_type do_put(iter_type, std::ios_base&, char_type, long long) const override { throw 1; }
     iter_type do_put(iter_type, std::ios_base&, char_type, double) const override { throw 1; }
 };
 

@@ -1,6 +1,5 @@
 #include <cstring>
 #include <fstream>
-#include <locale>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -10,6 +9,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/locales.h"
 #include "support/failing_allocator.h"
 #include "support/meshes.h"
 
@@ -339,30 +339,9 @@ TEST(WavefrontInput, ReadsMutatedFilesAsStreamsDo)
     }
 }
 
-/// Groups digits in threes by a point and writes a decimal comma.
-class grouped_numbers : public std::numpunct<char>
-{
-protected:
-    char do_decimal_point() const override { return ','; }
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-class under_locale
-{
-public:
-    explicit under_locale(const std::locale& changed) : before_(std::locale::global(changed)) {}
-    ~under_locale() { std::locale::global(before_); }
-    under_locale(const under_locale&) = delete;
-    under_locale& operator=(const under_locale&) = delete;
-
-private:
-    std::locale before_;
-};
-
 TEST(WavefrontInput, FollowsTheGlobalLocale)
 {
-    const under_locale changed(std::locale(std::locale::classic(), new grouped_numbers));
+    const test::global_locale changed(std::locale(std::locale::classic(), new test::comma_punctuation));
     surface s;
     ASSERT_EQ(s.read_text("v 1,5 1.000 2\nf 1.000 2 3\n"), 0);
     EXPECT_EQ(columns(s.pos), (reals{{1.5, 1000, 2}}));
@@ -481,7 +460,7 @@ TEST(WavefrontOutput, ReportsAFullDevice)
 TEST(WavefrontOutput, FollowsTheGlobalLocale)
 {
     const temporary_file file(".obj");
-    const under_locale changed(std::locale(std::locale::classic(), new grouped_numbers));
+    const test::global_locale changed(std::locale(std::locale::classic(), new test::comma_punctuation));
     ASSERT_EQ(WavefrontOBJ_output(file.name(), points_of({{1.5, 0, 0}}), elements_of({{999, 1, 2}}), ELEM_TRIA3), 0);
     EXPECT_EQ(file.content(), " v 1,50000000e+00 0,00000000e+00 0,00000000e+00 \n f 1.000// 2// 3// \n");
 }
