@@ -1,4 +1,5 @@
-// The typical job: read a surface from an STL file, weld it, look at its connectivity and quality, and write it for viewers.
+// The typical job: read a surface from an STL file, weld it, look at its connectivity and quality, derive a size field from it for a
+// remesher and limit how fast the field grows, and write everything for viewers.
 //
 //   surface_job part.stl output_folder
 
@@ -6,7 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
+#include <utility>
 
 #include <tq4/gridweave.h>
 
@@ -101,6 +104,56 @@ dense1D<double> worst_quality_at_nodes(const dense2D<unsigned>& connectivity, co
     return worst;
 }
 
+/// The mesh and fields over its nodes as one VTK file: the library writes the mesh to the open stream, the host adds its data sections.
+int write_vtk(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connectivity,
+              std::initializer_list<std::pair<const char*, const dense1D<double>*>> fields)
+{
+    unsigned nbr_cells = 0;
+    dense1D<unsigned> cells;
+    dense1D<unsigned> cell_types;
+    if (const int result = vtk_convert(connectivity, ELEM_TRIA3, nbr_cells, cells, cell_types); result != 0) return result;
+    std::FILE* const stream = std::fopen(file, "w");
+    if (!stream) return -1;
+    int result = vtk_output(stream, pos, nbr_cells, cells, cell_types);
+    std::fprintf(stream, "\nPOINT_DATA %u\n", pos.cols);
+    for (const auto& [name, values] : fields)
+    {
+        std::fprintf(stream, "SCALARS %s double 1\nLOOKUP_TABLE default\n", name);
+        for (const double value : *values) std::fprintf(stream, "%.9g\n", value);
+    }
+    if (std::ferror(stream)) result = -1;
+    return std::fclose(stream) == 0 ? result : -1;
+}
+
+/// Some nodes spread over the mesh at which the size is to become much smaller than around them.
+dense1D<unsigned> nodes_to_refine(unsigned nodes)
+{
+    constexpr unsigned wanted = 8;
+    dense1D<unsigned> chosen;
+    for (unsigned k = 0; k < wanted && k < nodes; ++k) chosen.push_back(static_cast<unsigned>((2ull * k + 1) * nodes / (2 * wanted)));
+    return chosen;
+}
+
+/// How a size field fits the mesh and how violent it is: mean length of the edges measured in the field, and the largest gradation.
+struct field_state
+{
+    double mean_length;
+    double largest_shock;
+};
+
+field_state examine(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, const dense2D<unsigned>& edges,
+                    const dense1D<double>& sizes)
+{
+    auxkit::histogram lengths;
+    const dense2D<unsigned> nothing_skipped;
+    if (edge_qualities(pos, connectivity, ELEM_TRIA3, sizes, lengths, nothing_skipped) < 0) fail("the edges cannot be measured.");
+    dense1D<double> shocks;
+    if (H_shock(pos, edges, sizes, shocks) != 0) fail("the shock cannot be measured.");
+    auxkit::histogram spread;
+    for (const double shock : shocks) spread.process(shock);
+    return {lengths.mean(), spread.max()};
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -156,6 +209,31 @@ int main(int argc, char** argv)
     out.line("worst quality", number(worst) + (worst_element == none_index ? "" : " (triangle " + std::to_string(worst_element) + ")"));
     out.note("mean quality", number(spread.mean()));
 
+    // A size field that asks for the density of the mesh, with some nodes that ask for much more.
+    constexpr double mean_of_edges = 1.0;
+    constexpr double refinement = 20.0;
+    constexpr double growth = 0.3;
+    constexpr int only_shrink = -1;
+    dense1D<double> sizes;
+    if (metrics_gen_iso(pos, connectivity, ELEM_TRIA3, sizes, mean_of_edges) != 0) fail("the sizes cannot be derived.");
+    out.line("sizes from edges", std::to_string(sizes.size) + " nodes");
+    const dense1D<unsigned> refined = nodes_to_refine(sizes.size);
+    for (const unsigned node : refined) sizes[node] /= refinement;
+    dense2D<unsigned> edges;
+    if (copy_edges(connectivity, ELEM_TRIA3, edges) != 0) fail("the edges cannot be listed.");
+    const field_state before = examine(pos, connectivity, edges, sizes);
+    dense1D<double> graded;
+    if (!graded.copy(sizes)) fail("there is not enough memory.");
+    out.line("refined nodes", std::to_string(refined.size));
+
+    // The refined nodes keep their sizes; around them sizes shrink until none grows faster than the limit.
+    const int moved = bound_metric_gradations(pos, connectivity, ELEM_TRIA3, refined, true, only_shrink, growth, graded);
+    if (moved < 0) fail("the gradation cannot be limited.");
+    out.line("nodes moved by gradation", std::to_string(moved) + " (limit " + number(growth) + ")");
+    const field_state after = examine(pos, connectivity, edges, graded);
+    out.line("largest gradation", number(before.largest_shock) + " before, " + number(after.largest_shock) + " after");
+    out.note("mean edge length in field", number(before.mean_length) + " before, " + number(after.mean_length) + " after");
+
     // Files for viewers.
     const auto write = [&](const char* name, auto&& writer) {
         const std::string path = (folder / name).string();
@@ -164,8 +242,12 @@ int main(int argc, char** argv)
     };
     const auto node_quality = worst_quality_at_nodes(connectivity, quality, pos.cols);
     write("surface.mesh", [&](const char* file) { return medit_output(file, pos, connectivity, ELEM_TRIA3); });
-    write("surface.bb", [&](const char* file) { return medit_scalar(file, 3, node_quality); });
-    write("surface.vtk", [&](const char* file) { return vtk_output(file, pos, connectivity, ELEM_TRIA3); });
+    write("quality.bb", [&](const char* file) { return medit_scalar(file, 3, node_quality); });
+    write("sizes_before.bb", [&](const char* file) { return medit_scalar(file, 3, sizes); });
+    write("sizes_after.bb", [&](const char* file) { return medit_scalar(file, 3, graded); });
+    write("surface.vtk", [&](const char* file) {
+        return write_vtk(file, pos, connectivity, {{"quality", &node_quality}, {"size_before", &sizes}, {"size_after", &graded}});
+    });
 
     std::printf("\n  quality of the triangles\n%s", spread.render(40).c_str());
     return 0;
