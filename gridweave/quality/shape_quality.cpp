@@ -100,23 +100,26 @@ double quality_of(triangle, const corners<D, 3>& p)
     const double low = smaller(shorter, length_c);
     const double longer = larger(length_a, length_b);
     const double longest = larger(longer, length_c);
-    const double middle = longer < length_c ? longer : larger(shorter, length_c);
+    const double middle = smaller(longer, larger(shorter, length_c));
     const double size = longest * (low + middle + longest);
     if (!(size > 0)) return 0;
     return limited(doubled_area / size * two_sqrt3);
 }
 
+// What is marked inline from here on runs six times per hexahedron: out of line it hands its vectors over in memory and takes half as long
+// again.
+
 /// The four edges of a quadrangle in turn.
 template <unsigned D>
-corners<D, 4> edges_of(const vector_fixed<double, D>& p0, const vector_fixed<double, D>& p1, const vector_fixed<double, D>& p2,
-                       const vector_fixed<double, D>& p3)
+inline corners<D, 4> edges_of(const vector_fixed<double, D>& p0, const vector_fixed<double, D>& p1, const vector_fixed<double, D>& p2,
+                              const vector_fixed<double, D>& p3)
 {
     return {subtract(p1, p0), subtract(p2, p1), subtract(p3, p2), subtract(p0, p3)};
 }
 
 /// Cross products of the edges that meet at each corner.
 template <unsigned D>
-auto corner_products(const corners<D, 4>& e)
+inline auto corner_products(const corners<D, 4>& e)
 {
     return std::array{cross(e[3], e[0]), cross(e[0], e[1]), cross(e[1], e[2]), cross(e[2], e[3])};
 }
@@ -235,15 +238,20 @@ double quality_of(tetrahedron, const corners<3, 4>& p)
 }
 
 /// Cosine between the normals of opposite corners of a pyramid's base, the worse of the two pairs.
-double base_cosine(const corners<3, 4>& normals)
+inline double base_cosine(const corners<3, 4>& normals)
 {
-    const double product_13 = squared_norm(normals[1]) * squared_norm(normals[3]);
-    const double product_02 = squared_norm(normals[0]) * squared_norm(normals[2]);
-    if (product_13 == 0 || product_02 == 0) return folded;
-    return limited(smaller(dot(normals[1], normals[3]) / std::sqrt(product_13), dot(normals[0], normals[2]) / std::sqrt(product_02)));
+    std::array<double, 2> cosines{};
+    std::array<double, 2> products{};
+    for (unsigned k = 0; k < 2; ++k)
+    {
+        products[k] = squared_norm(normals[k]) * squared_norm(normals[k + 2]);
+        cosines[k] = dot(normals[k], normals[k + 2]) / std::sqrt(products[k]);
+    }
+    if (products[0] == 0 || products[1] == 0) return folded;
+    return limited(smaller(cosines[1], cosines[0]));
 }
 
-corners<3, 4> base_normals(const corners<3, 5>& p)
+inline corners<3, 4> base_normals(const corners<3, 5>& p)
 {
     return corner_products(edges_of(p[0], p[1], p[2], p[3]));
 }
@@ -328,7 +336,7 @@ struct corner_rule<hexahedron>
 };
 
 template <class Shape>
-double corner_quality(const corners<3, Shape::nodes>& p)
+double least_corner_measure(const corners<3, Shape::nodes>& p)
 {
     const auto measure_at = [&](unsigned corner) {
         const auto& to = corner_rule<Shape>::neighbors[corner];
@@ -336,12 +344,15 @@ double corner_quality(const corners<3, Shape::nodes>& p)
     };
     double least = measure_at(0);
     for (unsigned corner = 1; corner < Shape::nodes; ++corner) least = smaller(least, measure_at(corner));
+    return least;
+}
 
-    double squared_lengths = 0;
-    for (const local_edge edge : Shape::edges) squared_lengths += squared_norm(subtract(p[edge.b], p[edge.a]));
-    const double size = volume_of(squared_lengths);
-    if (!(size > 0)) return 0;
-    return limited(least / size * corner_rule<Shape>::scale);
+template <class Shape>
+double squared_edge_lengths(const corners<3, Shape::nodes>& p)
+{
+    double sum = 0;
+    for (const local_edge edge : Shape::edges) sum += squared_norm(subtract(p[edge.b], p[edge.a]));
+    return sum;
 }
 
 template <std::size_t N>
@@ -354,23 +365,30 @@ vector3 centroid(const corners<3, N>& p, double node_weight)
     return sum;
 }
 
-/// True when a pyramid's quality is above every threshold by so much that its exact value does not matter. The corner normals of the base
-/// are at hand, so this costs a fraction of the exact value, and no root.
-bool is_clearly_sound(const corners<3, 5>& p, const corners<3, 4>& normals, double cosine)
+/// Square of a measure above which a face pyramid is sound beyond doubt, from the squared edge lengths of its solid. The pyramid has at
+/// most 25 times that sum: its base edges belong to the solid, and from a node to the centroid it is no farther than over three edges.
+double ample_squared_measure(double squared_lengths)
 {
     constexpr double ample = 1e-9; // 1000 degenerates, and far above the rounding of the measure
+    const double size = 25 * squared_lengths;
+    return ample * ample * (size * size * size);
+}
+
+/// True when a pyramid's quality is above every threshold by so much that its exact value does not matter. The corner normals of the base
+/// are at hand, so this costs a fraction of the exact value, and no root.
+inline bool is_clearly_sound(const corners<3, 5>& p, const corners<3, 4>& normals, double cosine, double ample)
+{
     double least = dot(normals[0], subtract(p[4], p[0]));
     for (unsigned k = 1; k < 4; ++k) least = smaller(least, dot(normals[k], subtract(p[4], p[k])));
-    const double size = squared_size(p);
-    return cosine >= 0 && least > 0 && least * least > ample * ample * (size * size * size);
+    return cosine >= 0 && least > 0 && least * least > ample;
 }
 
 /// Quality of a face pyramid, or 1 in its place where it is clearly sound: it decides on rejection only.
-pyramid_score score_face(const corners<3, 5>& p)
+inline pyramid_score score_face(const corners<3, 5>& p, double ample)
 {
     const auto normals = base_normals(p);
     const double cosine = base_cosine(normals);
-    return is_clearly_sound(p, normals, cosine) ? pyramid_score{1, cosine} : score_pyramid(p);
+    return is_clearly_sound(p, normals, cosine, ample) ? pyramid_score{1, cosine} : score_pyramid(p);
 }
 
 /// A solid by its worst corner, times the warp of its worst face. Each face makes a pyramid, or a tetrahedron, with the centroid: one that
@@ -378,10 +396,14 @@ pyramid_score score_face(const corners<3, 5>& p)
 template <class Shape>
 double quality_by_corners(const corners<3, Shape::nodes>& p)
 {
-    const double corner = corner_quality<Shape>(p);
+    const double squared_lengths = squared_edge_lengths<Shape>(p);
+    const double size = volume_of(squared_lengths);
+    if (!(size > 0)) return 0;
+    const double corner = limited(least_corner_measure<Shape>(p) / size * corner_rule<Shape>::scale);
     if (corner <= degenerate) return corner;
 
     const vector3 middle = centroid(p, corner_rule<Shape>::node_weight);
+    const double ample = ample_squared_measure(squared_lengths);
     double lowest = 1;
     double cosine = 1;
     for (const local_side& face : Shape::sides)
@@ -392,7 +414,7 @@ double quality_by_corners(const corners<3, Shape::nodes>& p)
         else
         {
             if (lowest <= degenerate) break;
-            const pyramid_score score = score_face({p[n[0]], p[n[1]], p[n[2]], p[n[3]], middle});
+            const pyramid_score score = score_face({p[n[0]], p[n[1]], p[n[2]], p[n[3]], middle}, ample);
             lowest = smaller(lowest, score.quality);
             cosine = smaller(cosine, score.cosine);
         }
