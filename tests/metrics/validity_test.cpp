@@ -271,6 +271,15 @@ TEST(FirstInvalidMetric, AmongListedNodes)
     EXPECT_EQ(first_invalid_metric(ids_of({0, 1}), non_dense(field_of({unit2, bad2}), 1.0)), 1u);
 }
 
+TEST(FirstInvalidMetric, DoesNotLookBehindTheField)
+{
+    // The storage goes on with valid values, the field does not.
+    auto sizes = vector_of({1.0, 1.0, 1.0});
+    sizes.size = 2;
+    EXPECT_EQ(first_invalid_metric(ids_of({0, 1, 2}), sizes), 2u);
+    EXPECT_EQ(first_invalid_metric(ids_of({0, 1, 2}), field_of({unit2, unit2, unit2}).sub_matrix(0, 0, 3, 2)), 2u);
+}
+
 TEST(ValidMetrics, AppendsTheValidColumns)
 {
     dense1D<unsigned> indices = ids_of({7});
