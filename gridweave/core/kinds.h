@@ -138,7 +138,7 @@ template <class Worker>
 void for_each_element(topology t, const dense2D<unsigned>& connectivity, Worker&& worker)
 {
     const unsigned* column = connectivity.data();
-    const unsigned count = connectivity.cols;
+    const unsigned count = column ? connectivity.cols : 0; // a view without storage has no columns, whatever its fields say
     const std::size_t step = connectivity.ld;
 
     const auto go_on = [&](auto shape, unsigned element, const unsigned* nodes) {

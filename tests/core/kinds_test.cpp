@@ -134,6 +134,10 @@ TEST(ForEachElement, VisitsNothingWithoutAShapeOrColumns)
     for_each_element(topology::none, test::elements_of({{0, 1, 2}}), count);
     for_each_element(topology::triangle, dense2D<unsigned>(3, 0), count);
     for_each_element(topology::mixed_solid, dense2D<unsigned>(8, 0), count);
+    dense2D<unsigned> without_storage;
+    without_storage.rows = without_storage.ld = 3;
+    without_storage.cols = 5;
+    for_each_element(topology::triangle, without_storage, count);
     EXPECT_EQ(visited, 0u);
 }
 
