@@ -1,8 +1,11 @@
 #include <algorithm>
+#include <cfloat>
+#include <cmath>
 #include <numeric>
 
 #include <tq4/gridweave/edit.h>
 
+#include "gridweave/core/point_table.h"
 #include "gridweave/core/points.h"
 #include "gridweave/search/node_tree.h"
 
@@ -59,22 +62,62 @@ void resolve_chains(const dense1D<unsigned>& nodes, dense1D<unsigned>& new_ids)
     }
 }
 
-/// Points every node of `ids` at the closest target that stands earlier in `targets`, within the tolerance. The result is the number of
-/// nodes that moved; `new_ids` comes in as the identity.
+/// True when a squared distance of 0 means equal coordinates for all listed nodes, so that equal nodes can be found without a tree:
+/// infinite and NaN coordinates are never at a distance of 0, and differences of tiny ones vanish when they are squared.
 template <unsigned D>
-int point_at_earlier(const dense2D<double>& pos, const dense1D<unsigned>& ids, const dense1D<unsigned>& targets, dense1D<unsigned>& new_ids,
-                     double tol)
+bool is_distance_sound(const dense2D<double>& pos, const dense1D<unsigned>& nodes)
+{
+    constexpr double tiny = 1e-140;
+    bool sound = true;
+    for (const unsigned node : nodes)
+    {
+        const double* const x = pos.column(node);
+        for (unsigned k = 0; k < D; ++k)
+        {
+            const double magnitude = std::fabs(x[k]);
+            sound &= magnitude <= DBL_MAX && (magnitude == 0 || magnitude >= tiny);
+        }
+    }
+    return sound;
+}
+
+/// Points every node of a distinct list at the first one with the same coordinates. `new_ids` comes in as the identity, and is the identity
+/// again where the result is false: equal nodes were not looked for.
+template <unsigned D>
+bool point_at_first_equal(const dense2D<double>& pos, const dense1D<unsigned>& nodes, dense1D<unsigned>& new_ids)
+{
+    point_table<D> table;
+    if (!is_distance_sound<D>(pos, nodes) || !table.reset()) return false;
+    for (const unsigned node : nodes)
+    {
+        const double* const x = pos.column(node);
+        const unsigned first = table.find_or_enter(x, table.hash(x), node, [&](unsigned id) { return pos.column(id); });
+        if (first == none_index)
+        {
+            for (const unsigned n : nodes) new_ids[n] = n;
+            return false;
+        }
+        new_ids[node] = first;
+    }
+    return true;
+}
+
+/// Points every node of `ids` that still points at itself at the closest target that stands earlier in `targets`, within the tolerance.
+/// False when memory runs out.
+template <unsigned D>
+bool point_at_earlier(const dense2D<double>& pos, const dense1D<unsigned>& ids, const dense1D<unsigned>& targets,
+                      dense1D<unsigned>& new_ids, double tol)
 {
     node_tree<D> tree(pos);
     dense1D<unsigned> order;
     unsigned added = 0;
-    if (!order.resize(pos.cols, none_index) || !tree.insert(targets, added)) return out_of_memory;
+    if (!order.resize(pos.cols, none_index) || !tree.insert(targets, added)) return false;
     for (unsigned i = 0; i < targets.size; ++i) order[targets[i]] = i;
 
     const point_reader<D> points(pos);
-    int moved = 0;
     for (const unsigned a : ids)
     {
+        if (new_ids[a] != a) continue;
         const vector_fixed<double, D> x = points[a];
         double least = tol * tol;
         unsigned best = a;
@@ -87,23 +130,30 @@ int point_at_earlier(const dense2D<double>& pos, const dense1D<unsigned>& ids, c
                 best = b;
             }
         });
-        if (best == a) continue;
         new_ids[a] = best;
-        ++moved;
     }
-    return moved;
+    return true;
 }
 
 /// Merges the nodes of one distinct list into those of another. `new_ids` is replaced.
+template <unsigned D>
+int merge_lists_in(const dense2D<double>& pos, const dense1D<unsigned>& ids, const dense1D<unsigned>& targets, dense1D<unsigned>& new_ids,
+                   double tol)
+{
+    if (!set_identity(new_ids, pos.cols)) return out_of_memory;
+    // Within one list all that are equal end at the first of them, whichever of them a chain takes on its way: no search is needed for the
+    // others, of which there may be very many in one place, and with a zero tolerance for none at all.
+    const bool has_equals_done = &ids == &targets && tol >= 0 && point_at_first_equal<D>(pos, ids, new_ids);
+    if (!(has_equals_done && tol == 0) && !point_at_earlier<D>(pos, ids, targets, new_ids, tol)) return out_of_memory;
+
+    resolve_chains(ids, new_ids);
+    return static_cast<int>(std::count_if(ids.begin(), ids.end(), [&](unsigned a) { return new_ids[a] != a; }));
+}
+
 int merge_lists(const dense2D<double>& pos, const dense1D<unsigned>& ids, const dense1D<unsigned>& targets, dense1D<unsigned>& new_ids,
                 double tol)
 {
-    if (!set_identity(new_ids, pos.cols)) return out_of_memory;
-    const int moved =
-        pos.rows == 2 ? point_at_earlier<2>(pos, ids, targets, new_ids, tol) : point_at_earlier<3>(pos, ids, targets, new_ids, tol);
-    if (moved < 2) return moved;
-    resolve_chains(ids, new_ids);
-    return static_cast<int>(std::count_if(ids.begin(), ids.end(), [&](unsigned a) { return new_ids[a] != a; }));
+    return pos.rows == 2 ? merge_lists_in<2>(pos, ids, targets, new_ids, tol) : merge_lists_in<3>(pos, ids, targets, new_ids, tol);
 }
 
 } // namespace
