@@ -262,5 +262,72 @@ TQ4_GRIDWEAVE_API int FEMAP_output(const char* file, const dense2D<double>& pos,
 TQ4_GRIDWEAVE_API int FEMAP_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1,
                                    const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
 
+// NASTRAN bulk data (.bdf, .nas, .dat), read and written.
+
+/// Reads nodes and elements from NASTRAN bulk data in small, large and free fields, mixed line by line. Cards other than GRID and the
+/// elements BAR, BEAM, ROD, TRIA3, TRIA6, QUAD4, QUAD8, TETRA, PYRA(M), PENTA and HEXA (with or without C before the name, TRIA3 and QUAD4
+/// also as CTRIA and CQUAD) are skipped without a report, and so are elements whose number of nodes fits no kind, for instance a CBAR with
+/// the numbers of an orientation. "BEGIN BULK" is not required, "ENDDATA" ends the data. Text that is no number reads as 0.
+///
+/// Node n is column n - 1 of `pos`, which is as wide as the largest number; columns of numbers that are not in the file are zero, and of
+/// two nodes with one number the later one stays. Elements keep the order of the file; their numbers are dropped. Columns of smaller
+/// elements are padded with `none_index` below a larger element that came before, with 0 in the rows of one that came later: take the rows
+/// of an element from its kind. An `ELEM_PENTA15` does not come back in the node order in which it was written.
+///
+/// A continuation line counts up to its 255th character; a longer one ends its card.
+///
+/// @param pos           replaced; 3 rows × nodes
+/// @param connect       replaced; nodes of the largest element × elements
+/// @param run_starts    replaced; first column of each run of elements of one kind and, last, the number of elements: (0, 0) without any
+/// @param kinds         replaced; the kind of each run
+/// @param property_ids  replaced; the second field of each element's card
+/// @return 0; -1 the file cannot be opened (all results are empty) or a node cannot be read or is numbered 0; -199 out of memory, also for
+///         a node whose number is negative or beyond what memory holds. After a failure the results hold what was read so far.
+TQ4_GRIDWEAVE_API int NASTRAN_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect, dense1D<unsigned>& run_starts,
+                                    dense1D<int>& kinds, dense1D<unsigned>& property_ids);
+
+/// The same with one kind for all elements.
+///
+/// @param kind  the kind if there is one run; `ELEM_SURF_ANY` for triangles and quadrangles, `ELEM_SOLID_ANY` for linear solids of several
+///              shapes (mind the padding by 0 told above); `ELEM_NONE` for any other mixture, for no element and after a failure
+TQ4_GRIDWEAVE_API int NASTRAN_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect, element_type& kind);
+
+/// The same with the first two runs in a matrix each, which share storage; further runs are dropped.
+///
+/// @param connect1, connect2  replaced; nodes of an element × elements of the first and the second run; empty without one and after a
+///                            failure
+/// @param kind1, kind2        their kinds, or `ELEM_NONE`
+TQ4_GRIDWEAVE_API int NASTRAN_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect1, dense2D<unsigned>& connect2,
+                                    element_type& kind1, element_type& kind2);
+
+/// Writes a mesh as NASTRAN bulk data: nodes in large fields with seven significant digits, elements in free fields, and one placeholder
+/// material. The number of an element is its column + 1. `ELEM_BAR3`, `ELEM_QUAD9`, `ELEM_PYRA14`, `ELEM_PENTA18` and `ELEM_HEXA27` lose
+/// their last nodes; runs of `ELEM_NONE`, `ELEM_NODE` and `ELEM_BAR_ANY` are left out without a report. In a run of a mixed kind the
+/// padding of a column tells its kind.
+///
+/// An empty `connect` returns 0 without a file. The file is opened before the other tests, in the order -1, -2, -5, -6, -3; a failed test
+/// leaves an empty file with its handle open.
+///
+/// @param pos           2 or 3 rows × nodes
+/// @param connect       nodes of the largest element × elements; node numbers are not compared with `pos`
+/// @param run_starts    first column of each run of elements of one kind and, last, the end of the last run; a run with descending starts
+///                      is empty
+/// @param kinds         the kind of each run
+/// @param property_ids  a number for each element
+/// @return 0; -1 the file cannot be opened or a write failed; -2 illegal rows of `pos`; -5 `run_starts` has not one entry more than
+///         `kinds`; -6 `property_ids` has not one entry per column; -3 a run is no connectivity of its kind: it needs more rows than the
+///         matrix has, or has none entries out of place. A run of `ELEM_SOLID_ANY` is refused in a matrix of more than 8 rows.
+TQ4_GRIDWEAVE_API int NASTRAN_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect,
+                                     const dense1D<unsigned>& run_starts, const dense1D<int>& kinds, const dense1D<unsigned>& property_ids);
+
+/// The same for one run, with all property numbers 1.
+/// @return as above, and -199 out of memory
+TQ4_GRIDWEAVE_API int NASTRAN_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect, element_type kind);
+
+/// The same for two runs, with property numbers 1 and 2. -3 also for a matrix with more rows than the larger of both kinds has nodes.
+/// @return as above, and -199 out of memory
+TQ4_GRIDWEAVE_API int NASTRAN_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1,
+                                     const dense2D<unsigned>& connect2, element_type kind1, element_type kind2);
+
 } // namespace gridweave
 } // namespace tq4
