@@ -64,39 +64,43 @@ binary_parts parts_of(double magnitude)
     return biased ? binary_parts{fraction | (std::uint64_t{1} << 52), biased - 1075} : binary_parts{fraction, -1074};
 }
 
-/// A magnitude times a power of ten as its whole part and how what is left compares with one half.
+/// A magnitude times a power of ten: its whole part, and the nearest whole number, ties to even, which is what the C library's formatted
+/// output gives.
 struct scaled
 {
     std::uint64_t whole;
-    int rest_to_half; ///< below, at or above one half: negative, 0, positive
-
-    /// To the nearest, ties to even: what the C library's formatted output does.
-    std::uint64_t rounded() const { return whole + (rest_to_half > 0 || (rest_to_half == 0 && (whole & 1))); }
+    std::uint64_t rounded;
 };
 
-/// magnitude × 10^power without any rounding, for 0 <= power <= largest_power and a whole part that fits in 64 bits.
+/// magnitude × 10^power without any rounding on the way, for 0 <= power <= largest_power and a whole part that fits in 64 bits.
 scaled scale_up(const binary_parts& parts, int power)
 {
     const uint128 product = uint128{parts.mantissa} * powers_of_five[static_cast<std::size_t>(power)];
     const int shift = -(parts.exponent + power);
-    if (shift <= 0) return {static_cast<std::uint64_t>(product << -shift), -1};
+    if (shift <= 0)
+    {
+        const auto whole = static_cast<std::uint64_t>(product << -shift);
+        return {whole, whole};
+    }
     // The product is below 2^116: everything there is lies below one half.
-    if (shift > 117) return {0, -1};
-    const uint128 half = uint128{1} << (shift - 1);
-    const uint128 rest = product & ((half << 1) - 1);
-    return {static_cast<std::uint64_t>(product >> shift), rest < half ? -1 : rest > half};
+    if (shift > 117) return {0, 0};
+    // Just under one half carries what is above a half, and a whole half where the whole part is odd; no branch, since which way a number
+    // is rounded cannot be guessed.
+    const auto whole = static_cast<std::uint64_t>(product >> shift);
+    const uint128 under_half = (uint128{1} << (shift - 1)) - 1;
+    return {whole, static_cast<std::uint64_t>((product + under_half + (whole & 1)) >> shift)};
 }
 
-/// magnitude / 10^power without any rounding, for a magnitude below 2^63.
+/// magnitude / 10^power without any rounding on the way, for a magnitude below 2^63 and a power above 0.
 scaled scale_down(double magnitude, int power)
 {
-    const auto whole = static_cast<std::uint64_t>(magnitude);
+    const auto units = static_cast<std::uint64_t>(magnitude);
+    const bool has_fraction = static_cast<double>(units) != magnitude;
     const std::uint64_t divisor = powers_of_ten[static_cast<std::size_t>(power)];
-    const std::uint64_t rest = whole % divisor;
-    const std::uint64_t half = divisor / 2;
-    int rest_to_half = rest < half ? -1 : rest > half;
-    if (rest_to_half == 0 && static_cast<double>(whole) != magnitude) rest_to_half = 1;
-    return {whole / divisor, rest_to_half};
+    const std::uint64_t whole = units / divisor;
+    const std::uint64_t rest = units % divisor;
+    const bool up = rest > divisor / 2 || (rest == divisor / 2 && (has_fraction || (whole & 1)));
+    return {whole, whole + up};
 }
 
 /// `count` significant decimal digits of a magnitude: digits × 10^(exponent - count + 1).
@@ -128,11 +132,16 @@ bool round_to_digits(double magnitude, int count, decimal_parts& result)
             exponent += value.whole >= limit ? 1 : -1;
             continue;
         }
-        const std::uint64_t digits = value.rounded();
+        const std::uint64_t digits = value.rounded;
         const bool carried = digits == limit;
         result = {carried ? limit / 10 : digits, exponent + carried};
         return true;
     }
+}
+
+void put_pair(char* out, std::uint64_t value)
+{
+    std::memcpy(out, &digit_pairs[2 * value], 2);
 }
 
 /// Writes `count` digits of `value`, with leading zeros.
@@ -140,7 +149,18 @@ char* put_digits(char* out, std::uint64_t value, int count)
 {
     char* const end = out + count;
     char* at = end;
-    for (; at - out >= 2; value /= 100) std::memcpy(at -= 2, &digit_pairs[2 * (value % 100)], 2);
+    // Four digits to a division, so that the next one does not wait for each pair.
+    for (; at - out >= 4; value /= 10000)
+    {
+        const std::uint64_t four = value % 10000;
+        put_pair(at -= 2, four % 100);
+        put_pair(at -= 2, four / 100);
+    }
+    if (at - out >= 2)
+    {
+        put_pair(at -= 2, value % 100);
+        value /= 100;
+    }
     if (at != out) *out = static_cast<char>('0' + value % 10);
     return end;
 }
@@ -194,7 +214,7 @@ char* put_fixed_point(char* out, double magnitude, int precision)
 {
     const double limit = 0x1p62 / exact_powers_of_ten[static_cast<std::size_t>(precision)];
     if (!(magnitude < limit)) return nullptr;
-    return put_fixed(out, scale_up(parts_of(magnitude), precision).rounded(), precision);
+    return put_fixed(out, scale_up(parts_of(magnitude), precision).rounded, precision);
 }
 
 char* put_general(char* out, double magnitude, int precision)
