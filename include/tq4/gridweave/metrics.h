@@ -233,7 +233,7 @@ TQ4_GRIDWEAVE_API int metrics_gen_iso(const dense2D<double>& pos, const dense2D<
 ///
 /// The cost is that of the moves, each of which measures and queues the edges of one node again: the sum over all moves of degree times
 /// log(queue length). Nothing but the field itself bounds their number; a field of random jumps of several orders of magnitude over n nodes
-/// takes some 15 n to 30 n moves under direction 0 or 1, and a fifth of that under -1. Beside the node graph the queue takes 20 bytes
+/// takes some 15 n to 30 n moves under direction 0 or 1, and a fifth of that under -1. Beside the node graph the queue takes 16 bytes
 /// per entry, stale entries included.
 ///
 /// @param pos             coordinates, 2 or 3 rows × nodes
