@@ -26,8 +26,11 @@ has()
     liblapack-dev) compiles '' -llapack ;;
     libgtest-dev) compiles '#include <gtest/gtest.h>' -lgtest ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' -lbenchmark ;;
+    python3-vtk9) /usr/bin/python3 -c 'import vtkmodules' ;;
+    python3-meshio) /usr/bin/python3 -c 'import meshio' ;;
+    assimp-utils) command -v assimp ;;
     *) command -v "$1" ;;
-    esac >/dev/null
+    esac >/dev/null 2>&1
 }
 
 # require PACKAGE...: installs what is missing with apt-get where it may, and says what to install where it may not.
