@@ -3,9 +3,9 @@
 #include <new>
 #include <numeric>
 
-#include <tq4/gridweave/edit.h>
 #include <tq4/gridweave/search.h>
 
+#include "gridweave/core/distinct.h"
 #include "gridweave/search/node_tree.h"
 
 namespace tq4::gridweave
@@ -138,9 +138,9 @@ int node_detector::reinit(const dense2D<double>& coords, const dense2D<unsigned>
 
 int node_detector::reinit(const dense2D<double>& coords, const dense2D<unsigned>* first, const dense2D<unsigned>* last)
 {
+    if (first > last) return -3;
     dense1D<unsigned> ids;
-    const int code = unique_indices(ids, first, last, {});
-    if (code != 0) return code;
+    if (!append_distinct(ids, range_entries{first, last}, {})) return out_of_memory;
     return reinit(coords, ids);
 }
 
@@ -155,8 +155,7 @@ unsigned node_detector::insert(const dense1D<unsigned>& ids)
 unsigned node_detector::insert(const dense2D<unsigned>& connectivity)
 {
     dense1D<unsigned> ids;
-    unique_indices(ids, connectivity, {});
-    return insert(ids);
+    return append_distinct(ids, range_entries{&connectivity, &connectivity + 1}, {}) ? insert(ids) : 0;
 }
 
 unsigned node_detector::find_closest(const vector_fixed<double, 2>& p) const

@@ -51,10 +51,10 @@ class tree_growth
 {
 public:
     using tree = node_tree<D>;
-    using record = typename tree::record;
+    using link = typename tree::link;
 
     explicit tree_growth(tree& grown)
-        : tree_(grown), base_(grown.coords_->data()), step_(grown.coords_->ld), former_size_(grown.records_.size)
+        : tree_(grown), base_(grown.coords_->data()), step_(grown.coords_->ld), former_size_(grown.nodes_.size)
     {
     }
 
@@ -128,8 +128,6 @@ private:
         return e;
     }
 
-    unsigned& place(unsigned parent, bool is_left) { return is_left ? tree_.records_[parent].left : tree_.records_[parent].right; }
-
     unsigned add_record(unsigned node, unsigned parent, bool is_left);
     unsigned split(const batch& set, unsigned axis, double t);
     void divide(batch& here, batch_stack& waiting, unsigned parent, unsigned axis, double t);
@@ -151,10 +149,8 @@ private:
 template <unsigned D>
 unsigned tree_growth<D>::add_record(unsigned node, unsigned parent, bool is_left)
 {
-    // Room for all records was made before.
-    const unsigned r = tree_.records_.size++;
-    tree_.records_[r] = {node, none_index, none_index, 0};
-    if (parent != none_index) place(parent, is_left) = r;
+    const unsigned r = tree_.append(node);
+    tree_.way_to_child(parent, is_left) = {r, node};
     return r;
 }
 
@@ -225,7 +221,9 @@ void tree_growth<D>::build_run(const batch& set)
 {
     const element* const e = elements_.data() + set.begin;
     const unsigned root = add_record(e[0].node, set.parent, set.is_left);
-    record* const run = tree_.records_.data() + root;
+    for (unsigned i = 1; i < set.count; ++i) tree_.append(e[i].node);
+
+    typename tree::children* const run = tree_.children_.data() + root;
     unsigned height = 1;
     for (unsigned i = 1; i < set.count; ++i)
     {
@@ -234,23 +232,24 @@ void tree_growth<D>::build_run(const batch& set)
         unsigned level = 1;
         for (;;)
         {
-            unsigned& child = e[i].x[axis] < e[at].x[axis] ? run[at].left : run[at].right;
+            link& way = run[at][e[i].x[axis] < e[at].x[axis]];
             axis = tree::next_axis(axis);
             ++level;
-            if (child == none_index)
+            if (!way.exists())
             {
-                child = root + i;
+                way = {root + i, e[i].node};
                 break;
             }
-            at = child - root;
+            at = way.at - root;
         }
         height = std::max(height, level);
-        run[i] = {e[i].node, none_index, none_index, 0};
     }
-    tree_.records_.size += set.count - 1;
-    // A run of one or two saves nothing.
-    run->run = set.count > 2 ? set.count : 0;
     deepest_ = std::max(deepest_, set.level + height);
+
+    // A run of one or two saves nothing.
+    if (set.count < 3) return;
+    tree_.run_length_[root] = static_cast<char>(set.count);
+    tree_.way_to_child(set.parent, set.is_left).at |= tree::run_mark;
 }
 
 /// Sends all elements through the records of a tree that has some, and builds below its empty places. Elements that meet their own record
@@ -258,11 +257,11 @@ void tree_growth<D>::build_run(const batch& set)
 template <unsigned D>
 void tree_growth<D>::route(bool& refused_last, unsigned last_node)
 {
-    dense1D<record>& records = tree_.records_;
     batch here = everything(elements_.size);
     batch_stack waiting;
-    here.parent = none_index;
     unsigned at = 0;
+    // Something may be linked below what the set passes, which is no run then.
+    tree_.root_.at &= ~tree::run_mark;
     for (;;)
     {
         // The stretch of records that send the whole set right, up to one that divides it or has no right child.
@@ -271,12 +270,13 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
         double t = 0;
         for (;;)
         {
-            met_.set(records[at].node);
-            records[at].run = 0; // something may be linked below
+            met_.set(tree_.nodes_[at]);
             axis = here.level % D;
-            t = base_[step_ * records[at].node + axis];
-            if (here.floor[axis] < t || records[at].right == none_index) break;
-            at = records[at].right;
+            t = base_[step_ * tree_.nodes_[at] + axis];
+            link& right = tree_.children_[at][tree::right_way];
+            if (here.floor[axis] < t || !right.exists()) break;
+            right.at &= ~tree::run_mark;
+            at = right.at;
             ++here.level;
         }
 
@@ -291,15 +291,24 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
                 all[kept++] = all[i];
         }
         here.count = kept;
-        for (unsigned r = stretch; r != at; r = records[r].right) met_.clear(records[r].node);
-        met_.clear(records[at].node);
+        for (unsigned r = stretch; r != at; r = tree_.children_[r][tree::right_way].at) met_.clear(tree_.nodes_[r]);
+        met_.clear(tree_.nodes_[at]);
 
         divide(here, waiting, at, axis, t);
+        bool arrives = false;
         do {
-            at = here.count == 0 ? none_index : place(here.parent, here.is_left);
-            if (here.count != 0 && at == none_index) build(here);
-        } while (at == none_index && waiting.resume(here));
-        if (at == none_index) return;
+            if (here.count == 0) continue;
+            link& way = tree_.way_to_child(here.parent, here.is_left);
+            arrives = way.exists();
+            if (arrives)
+            {
+                way.at &= ~tree::run_mark;
+                at = way.at;
+            }
+            else
+                build(here);
+        } while (!arrives && waiting.resume(here));
+        if (!arrives) return;
     }
 }
 
@@ -361,7 +370,8 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
     }
 
     // Number the empty places in the order of a search and link the top records.
-    for (unsigned i = 0; i < top; ++i) add_record(natural[order[i]], none_index, false);
+    for (unsigned i = 0; i < top; ++i) tree_.append(natural[order[i]]);
+    tree_.root_ = {0, tree_.nodes_[0]};
     unsigned nbr_places = 0;
     struct visit
     {
@@ -385,7 +395,7 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
             }
             else
             {
-                place(v.at, is_left) = next;
+                tree_.way_to_child(v.at, is_left) = {next, tree_.nodes_[next]};
                 waiting[nbr_waiting++] = {next, v.level + 1};
             }
         }
@@ -459,7 +469,7 @@ template <unsigned D>
 bool tree_growth<D>::insert(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, bool& refused_last)
 {
     refused_last = false;
-    if (former_size_ > none_index - natural.size || !tree_.records_.reserve(former_size_ + natural.size, 1)) return false;
+    if (!tree_.reserve(natural.size)) return false;
 
     if (former_size_ == 0)
     {
@@ -483,14 +493,52 @@ bool tree_growth<D>::insert(const dense1D<unsigned>& natural, const dense1D<unsi
 template <unsigned D>
 bool node_tree<D>::copy(const node_tree& other)
 {
-    dense1D<record> records;
-    if (!records.copy(other.records_) || !parents_.copy(other.parents_)) return false;
-    records_ = std::move(records);
+    dense1D<unsigned> nodes;
+    dense1D<children> copied;
+    dense1D<char> run_length;
+    if (!nodes.copy(other.nodes_) || !copied.copy(other.children_) || !run_length.copy(other.run_length_)) return false;
+    if (!parents_.copy(other.parents_)) return false;
+    nodes_ = std::move(nodes);
+    children_ = std::move(copied);
+    run_length_ = std::move(run_length);
     coords_ = other.coords_;
+    root_ = other.root_;
     deepest_ = other.deepest_;
     largest_node_ = other.largest_node_;
     spare_ = other.spare_;
     return true;
+}
+
+/// Makes room for `count` more records.
+template <unsigned D>
+bool node_tree<D>::reserve(unsigned count)
+{
+    const std::uint64_t wanted = std::uint64_t{nodes_.size} + count;
+    if (wanted > most_records) return false;
+    const auto size = static_cast<unsigned>(wanted);
+    // Exact for a first list, doubling for later ones.
+    const unsigned factor = nodes_.empty() ? 1 : 2;
+    return nodes_.reserve(size, factor) && children_.reserve(size, factor) && run_length_.reserve(size, factor);
+}
+
+/// Takes a record that room was made for. Its place in the tree is the caller's to link.
+template <unsigned D>
+unsigned node_tree<D>::append(unsigned node)
+{
+    const unsigned r = nodes_.size++;
+    ++children_.size;
+    ++run_length_.size;
+    nodes_[r] = node;
+    children_[r] = {no_child, no_child};
+    return r;
+}
+
+/// The link to a child of `parent`; to the root when there is no parent.
+template <unsigned D>
+typename node_tree<D>::link& node_tree<D>::way_to_child(unsigned parent, bool is_left)
+{
+    if (parent == none_index) return root_;
+    return children_[parent][is_left];
 }
 
 /// Makes sure that a tree of `deepest` levels can be traversed.
@@ -498,12 +546,10 @@ template <unsigned D>
 bool node_tree<D>::note_parents(unsigned deepest)
 {
     if (deepest <= stack_depth) return true;
-    if (!parents_.reserve(records_.size, 2) || !parents_.resize(records_.size)) return false;
-    for (unsigned r = 0; r < records_.size; ++r)
-    {
-        if (records_[r].left != none_index) parents_[records_[r].left] = r;
-        if (records_[r].right != none_index) parents_[records_[r].right] = r;
-    }
+    if (!parents_.reserve(nodes_.size, 2) || !parents_.resize(nodes_.size)) return false;
+    for (unsigned r = 0; r < nodes_.size; ++r)
+        for (const link& child : children_[r])
+            if (child.exists()) parents_[child.record()] = r;
     return true;
 }
 
@@ -511,11 +557,16 @@ bool node_tree<D>::note_parents(unsigned deepest)
 template <unsigned D>
 void node_tree<D>::unlink_from(unsigned former_size)
 {
-    records_.size = former_size;
-    for (record& r : records_)
+    const auto forget = [&](link& way) {
+        if (way.exists() && way.record() >= former_size) way = no_child;
+    };
+    nodes_.size = children_.size = run_length_.size = former_size;
+    parents_.size = std::min(parents_.size, former_size);
+    forget(root_);
+    for (children& ways : children_)
     {
-        if (r.left != none_index && r.left >= former_size) r.left = none_index;
-        if (r.right != none_index && r.right >= former_size) r.right = none_index;
+        forget(ways[0]);
+        forget(ways[1]);
     }
 }
 
@@ -525,47 +576,39 @@ bool node_tree<D>::insert_one(unsigned id, unsigned& added)
     if (id >= coords_->cols) return true;
 
     const double* const x = coords_->column(id);
-    unsigned at = records_.empty() ? none_index : 0;
+    link* way = &root_;
+    link* way_to_run = nullptr;
     unsigned parent = none_index;
-    unsigned run_above = none_index;
     unsigned axis = 0;
     unsigned level = 1;
-    bool is_left = false;
-    while (at != none_index)
+    while (way->exists())
     {
-        const record& r = records_[at];
-        if (r.node == id)
+        if (way->node == id)
         {
             spare_ = true;
             return true;
         }
-        if (r.run != 0) run_above = at;
-        parent = at;
-        is_left = x[axis] < coords_->column(r.node)[axis];
-        at = is_left ? r.left : r.right;
+        if (way->is_run()) way_to_run = way;
+        parent = way->record();
+        way = &way_to_child(parent, x[axis] < coords_->column(way->node)[axis]);
         axis = next_axis(axis);
         ++level;
     }
 
-    const unsigned added_at = records_.size;
-    records_.push_back({id, none_index, none_index, 0});
-    if (records_.size == added_at) return false;
+    // Making room moves the links.
+    const bool is_left = parent != none_index && way == &children_[parent][left_way];
+    if (way_to_run) way_to_run->at &= ~run_mark;
+    if (!reserve(1)) return false;
+    const unsigned r = append(id);
+    way_to_child(parent, is_left) = {r, id};
     if (parents_.size != 0)
     {
         parents_.push_back(parent);
-        if (parents_.size == added_at)
-        {
-            records_.size = added_at;
-            return false;
-        }
+        if (parents_.size != nodes_.size) return false;
     }
-    if (parent != none_index) (is_left ? records_[parent].left : records_[parent].right) = added_at;
-    if (parents_.size == 0 && !note_parents(level))
-    {
-        unlink_from(added_at);
+    else if (!note_parents(level))
         return false;
-    }
-    if (run_above != none_index) records_[run_above].run = 0;
+
     deepest_ = std::max(deepest_, level);
     largest_node_ = std::max(largest_node_, id);
     spare_ = false;
@@ -580,13 +623,12 @@ bool node_tree<D>::insert(const dense1D<unsigned>& ids, unsigned& added)
     constexpr unsigned few = 32;
 
     added = 0;
-    const unsigned former_size = records_.size;
+    const unsigned former_size = nodes_.size;
     const bool former_spare = spare_;
     const bool done = ids.size <= few ? insert_each(ids, added) : insert_all(ids, added);
     if (!done)
     {
         unlink_from(former_size);
-        parents_.size = std::min(parents_.size, former_size);
         spare_ = former_spare;
         added = 0;
     }
@@ -615,8 +657,8 @@ bool node_tree<D>::insert_all(const dense1D<unsigned>& ids, unsigned& added)
     dense1D<unsigned> valid;
     dense1D<unsigned> distinct;
     if (!valid.reserve(ids.size, 1) || !distinct.reserve(ids.size, 1)) return false;
-    for (const unsigned position : order)
-        if (ids[position] < coords_->cols) valid.push_back(ids[position]);
+    for (const unsigned place : order)
+        if (ids[place] < coords_->cols) valid.push_back(ids[place]);
     if (!visit_distinct(list_entries{valid}, dense1D<unsigned>(), [&](unsigned id) { distinct.push_back(id); })) return false;
     if (valid.empty()) return true;
 
@@ -631,7 +673,7 @@ bool node_tree<D>::insert_all(const dense1D<unsigned>& ids, unsigned& added)
 template <unsigned D>
 bool node_tree<D>::insert_distinct(const dense1D<unsigned>& ids, const dense1D<unsigned>& order, bool repeats_last, unsigned& added)
 {
-    const unsigned former_size = records_.size;
+    const unsigned former_size = nodes_.size;
     tree_growth<D> growth(*this);
     bool refused_last = false;
     if (!growth.insert(ids, order, refused_last)) return false;
@@ -641,7 +683,7 @@ bool node_tree<D>::insert_distinct(const dense1D<unsigned>& ids, const dense1D<u
     deepest_ = deepest;
     largest_node_ = std::max(largest_node_, max_ID(ids));
     spare_ = repeats_last || refused_last;
-    added = records_.size - former_size;
+    added = nodes_.size - former_size;
     return true;
 }
 
@@ -668,110 +710,207 @@ struct node_tree<D>::candidate
     double distance = std::numeric_limits<double>::max();
 };
 
+/// One query. The way that an insertion of the point would take gives a bound; the search proper then goes through the whole tree: a
+/// record, its right subtree, its left subtree, each subtree only where its half space comes within the best distance.
+///
+/// Only a strictly closer node replaces the best, so the records on the way, having been seen, change nothing when the search meets them
+/// again. What it finds is in the subtrees beside the way: first those on the right of it, from the root down, then those on the left, from
+/// the end of the way up.
+template <unsigned D>
+class node_tree<D>::closest_search
+{
+public:
+    closest_search(const node_tree& tree, const point& p, unsigned excluded)
+        : tree_(tree),
+          all_children_(tree.children_.data()),
+          base_(tree.coords_->data()),
+          step_(tree.coords_->ld),
+          p_(p),
+          excluded_(excluded)
+    {
+    }
+
+    unsigned run()
+    {
+        if (tree_.deepest_ > stack_depth)
+        {
+            descend<false>();
+            if (best_.squared != 0.0) search({tree_.root_, 0, 0.0}, climber(tree_, right_way));
+            return best_.node;
+        }
+        descend<true>();
+        if (best_.squared != 0.0) search_beside_the_way();
+        return best_.node;
+    }
+
+private:
+    /// A record on the way: the child that the way does not take, and the coordinate less that of the point.
+    struct fork
+    {
+        link other;
+        bool went_left;
+        double e;
+    };
+
+    const double* coordinates_of(unsigned node) const { return base_ + step_ * node; }
+
+    void ask_for(const link& to) const
+    {
+        if (!to.exists()) return;
+        __builtin_prefetch(all_children_ + to.record());
+        __builtin_prefetch(coordinates_of(to.node));
+    }
+
+    void take_if_closer(unsigned node, const double* x)
+    {
+        if (node == excluded_) return;
+        const double squared = squared_distance<D>(x, p_);
+        if (!(squared < best_.squared)) return;
+        best_.node = node;
+        best_.squared = squared;
+    }
+
+    /// Goes the way of an insertion. With `Notes` it keeps the forks and where the search ends: before a run, which is searched as a whole,
+    /// and behind a record with a NaN coordinate, which hides its right subtree from the search and with it the rest of the way.
+    template <bool Notes>
+    void descend()
+    {
+        bool notes = Notes;
+        unsigned axis = 0;
+        link to = tree_.root_;
+        do {
+            if (notes && to.is_run())
+            {
+                end_ = {to, axis, 0.0};
+                notes = false;
+            }
+            const children& ways = all_children_[to.record()];
+            ask_for(ways[0]);
+            ask_for(ways[1]);
+            const double* x = coordinates_of(to.node);
+            take_if_closer(to.node, x);
+            if (best_.squared == 0.0) return;
+
+            const double e = x[axis] - p_[axis];
+            const bool goes_left = p_[axis] < x[axis];
+            if (notes)
+            {
+                forks_[nbr_forks_++] = {ways[1 - goes_left], goes_left, e};
+                notes = !std::isnan(e);
+            }
+            to = ways[goes_left];
+            axis = next_axis(axis);
+        } while (to.exists());
+        if (best_.node != none_index) best_.distance = std::sqrt(best_.squared);
+    }
+
+    /// Whether the half space of the child that the way does not take comes within the best distance.
+    bool is_within_reach(const fork& f) const { return f.went_left ? f.e <= best_.distance : !(-f.e > best_.distance); }
+
+    void search_beside_the_way()
+    {
+        // What is out of reach now stays so. Without a branch: most forks are, at no predictable place.
+        unsigned char reached[stack_depth];
+        unsigned nbr_reached = 0;
+        for (unsigned i = 0; i < nbr_forks_; ++i)
+        {
+            const fork& f = forks_[i];
+            reached[nbr_reached] = static_cast<unsigned char>(i);
+            nbr_reached += is_within_reach(f) & f.other.exists();
+        }
+
+        for (unsigned k = 0; k < nbr_reached; ++k)
+        {
+            const fork& f = forks_[reached[k]];
+            if (f.went_left && is_within_reach(f) && !search({f.other, (reached[k] + 1u) % D, 0.0}, pending_stack())) return;
+        }
+        if (end_.to.exists() && !search(end_, pending_stack())) return;
+        for (unsigned k = nbr_reached; k-- > 0;)
+        {
+            const fork& f = forks_[reached[k]];
+            if (!f.went_left && is_within_reach(f) && !search({f.other, (reached[k] + 1u) % D, 0.0}, pending_stack())) return;
+        }
+    }
+
+    /// True when a member of a run is closer than the best, whatever the planes between them say.
+    bool has_closer(unsigned run) const
+    {
+        const unsigned* const nodes = tree_.nodes_.data() + run;
+        const auto length = static_cast<unsigned>(tree_.run_length_[run]);
+        unsigned nbr_closer = 0;
+        for (unsigned i = 0; i < length; ++i) nbr_closer += squared_distance<D>(coordinates_of(nodes[i]), p_) < best_.squared;
+        return nbr_closer != 0;
+    }
+
+    /// Searches a subtree. False when there is nothing left to improve.
+    template <class Pending>
+    bool search(position here, Pending&& later)
+    {
+        const auto go_on_later = [&] {
+            do
+                if (!later.resume(here)) return false;
+            while (p_[previous_axis(here.axis)] - here.parent_coordinate > best_.distance);
+            return true;
+        };
+
+        for (;;)
+        {
+            // A run without a closer member changes nothing, so there is no need to walk it. One that has some is walked: the planes
+            // decide which of its members are met.
+            if (here.to.is_run())
+            {
+                here.to.at = here.to.record();
+                if (!has_closer(here.to.at))
+                {
+                    if (!go_on_later()) return true;
+                    continue;
+                }
+            }
+
+            const children& ways = all_children_[here.to.at];
+            const double* x = coordinates_of(here.to.node);
+            const double former = best_.squared;
+            take_if_closer(here.to.node, x);
+            if (best_.squared < former)
+            {
+                best_.distance = std::sqrt(best_.squared);
+                if (best_.squared == 0.0) return false;
+            }
+
+            const double t = x[here.axis];
+            const double e = t - p_[here.axis];
+            if (ways[right_way].exists() && e <= best_.distance)
+            {
+                here.axis = next_axis(here.axis);
+                if (ways[left_way].exists()) later.put_off({ways[left_way], here.axis, t});
+                here.to = ways[right_way];
+            }
+            else if (ways[left_way].exists() && !(-e > best_.distance))
+            {
+                here.axis = next_axis(here.axis);
+                here.to = ways[left_way];
+            }
+            else if (!go_on_later())
+                return true;
+        }
+    }
+
+    const node_tree& tree_;
+    const children* const all_children_;
+    const double* const base_;
+    const std::size_t step_;
+    const point& p_;
+    const unsigned excluded_;
+    candidate best_;
+    fork forks_[stack_depth];
+    unsigned nbr_forks_ = 0;
+    position end_{no_child, 0, 0.0}; ///< the run that the way ends in
+};
+
 template <unsigned D>
 unsigned node_tree<D>::closest(const point& p, unsigned excluded) const
 {
-    if (!is_readable()) return none_index;
-
-    const record* const records = records_.data();
-    const double* const base = coords_->data();
-    const std::size_t step = coords_->ld;
-
-    // The way that an insertion would take gives a bound for the search.
-    candidate best;
-    unsigned axis = 0;
-    for (unsigned at = 0; at != none_index; axis = next_axis(axis))
-    {
-        const record& r = records[at];
-        const double* x = base + step * r.node;
-        if (r.node != excluded)
-        {
-            const double squared = squared_distance<D>(x, p);
-            if (squared < best.squared)
-            {
-                best.squared = squared;
-                best.node = r.node;
-                if (squared == 0.0) return best.node;
-            }
-        }
-        at = p[axis] < x[axis] ? r.left : r.right;
-    }
-    if (best.node != none_index) best.distance = std::sqrt(best.squared);
-
-    if (deepest_ <= stack_depth)
-        search(p, excluded, best, pending_stack());
-    else
-        search(p, excluded, best, climber(*this, &record::right, &record::left));
-    return best.node;
-}
-
-/// True when a member of a run is closer than the bound, whatever the planes between them say.
-template <unsigned D>
-bool node_tree<D>::has_closer(const record* run, const point& p, unsigned excluded, double squared) const
-{
-    const double* const base = coords_->data();
-    const std::size_t step = coords_->ld;
-    bool found = false;
-    for (unsigned i = 0; i < run->run; ++i) found |= squared_distance<D>(base + step * run[i].node, p) < squared && run[i].node != excluded;
-    return found;
-}
-
-/// Searches the whole tree: a record, its right subtree, its left subtree, each subtree only where its half space comes within the best
-/// distance. That distance is the only thing consulted, so a node enters only by being strictly closer.
-template <unsigned D>
-template <class Pending>
-void node_tree<D>::search(const point& p, unsigned excluded, candidate& best, Pending&& later) const
-{
-    const record* const records = records_.data();
-    const double* const base = coords_->data();
-    const std::size_t step = coords_->ld;
-
-    const auto go_on_later = [&](pending& here) {
-        do
-            if (!later.resume(here)) return false;
-        while (p[previous_axis(here.axis)] - here.parent_coordinate > best.distance);
-        return true;
-    };
-
-    pending here{0, 0, 0};
-    for (;;)
-    {
-        const record& r = records[here.at];
-        // A run without a closer member changes nothing, so there is no need to walk it. One that has some is walked: the planes decide
-        // which of its members are met.
-        if (r.run != 0 && !has_closer(&r, p, excluded, best.squared))
-        {
-            if (!go_on_later(here)) return;
-            continue;
-        }
-
-        const double* x = base + step * r.node;
-        const double t = x[here.axis];
-        if (r.node != excluded)
-        {
-            const double squared = squared_distance<D>(x, p);
-            if (squared < best.squared)
-            {
-                best = {r.node, squared, std::sqrt(squared)};
-                if (squared == 0.0) return;
-            }
-        }
-
-        const double e = t - p[here.axis];
-        if (r.right != none_index && e <= best.distance)
-        {
-            here.axis = next_axis(here.axis);
-            if (r.left != none_index) later.put_off({r.left, here.axis, t});
-            here.at = r.right;
-        }
-        else if (r.left != none_index && !(-e > best.distance))
-        {
-            here.axis = next_axis(here.axis);
-            here.at = r.left;
-        }
-        else if (!go_on_later(here))
-            return;
-    }
+    return is_readable() ? closest_search(*this, p, excluded).run() : none_index;
 }
 
 template class node_tree<2>;

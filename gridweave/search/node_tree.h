@@ -6,6 +6,7 @@
 // search trees used for associative searching", 1975). The shape of the tree follows from the insertion order alone, and the order of box
 // results and the choice among equally close nodes follow from the shape; where a record stands in memory is free.
 
+#include <array>
 #include <cstdint>
 
 #include <tq4/gridweave/core.h>
@@ -36,7 +37,7 @@ public:
     const dense2D<double>& coords() const { return *coords_; }
 
     /// Records in use: one per node, and one more while a record taken for a node that was there already awaits its reuse.
-    unsigned size() const { return records_.size + (spare_ ? 1 : 0); }
+    unsigned size() const { return nodes_.size + (spare_ ? 1 : 0); }
 
     /// The node closest to `p`, passing `excluded` over. Among equals the first in the order of the search wins.
     unsigned closest(const point& p, unsigned excluded) const;
@@ -55,18 +56,33 @@ private:
     /// Pending subtrees that a traversal holds in place. Deeper trees note the parent of each record instead.
     static constexpr unsigned stack_depth = 96;
 
-    struct record
-    {
-        unsigned node;
-        unsigned left;  ///< strictly below on the axis of this record
-        unsigned right; ///< equal, above, or not comparable
-        unsigned run;   ///< records of the subtree when it is one piece of memory that begins here, else 0
-    };
+    static constexpr unsigned run_mark = 1u << 31;
+    static constexpr unsigned most_records = run_mark - 1;
 
-    /// A subtree to visit later, and the coordinate of its parent on the parent's axis.
-    struct pending
+    /// The way to a child: its record and, so that its coordinates can be asked for before the record has come from memory, its node. The
+    /// highest bit of `at` marks a run: a small subtree that stands in one piece from that record on.
+    struct link
     {
         unsigned at;
+        unsigned node; ///< none where there is no child
+
+        bool exists() const { return node != none_index; }
+        bool is_run() const { return (at & run_mark) != 0; }
+        unsigned record() const { return at & ~run_mark; }
+    };
+
+    // No initialisers here: traversals hold arrays of these that must cost nothing.
+    static constexpr link no_child{none_index, none_index};
+
+    /// An array rather than two names, so that a comparison can choose the way without a branch.
+    using children = std::array<link, 2>;
+    static constexpr unsigned right_way = 0; ///< equal, above, or not comparable on the axis of the record
+    static constexpr unsigned left_way = 1;  ///< strictly below
+
+    /// A subtree to visit, and the coordinate of its parent on the parent's axis.
+    struct position
+    {
+        link to;
         unsigned axis;
         double parent_coordinate;
     };
@@ -75,52 +91,54 @@ private:
     class pending_stack
     {
     public:
-        void put_off(const pending& subtree) { held_[count_++] = subtree; }
+        pending_stack() {} // NOLINT(modernize-use-equals-default): a defaulted one would zero the array on `pending_stack()`
 
-        bool resume(pending& position)
+        void put_off(const position& subtree) { held_[count_++] = subtree; }
+
+        bool resume(position& here)
         {
             if (count_ == 0) return false;
-            position = held_[--count_];
+            here = held_[--count_];
             return true;
         }
 
     private:
-        pending held_[stack_depth];
+        position held_[stack_depth];
         unsigned count_ = 0;
     };
 
     /// The same without any store, for trees of any depth: goes up from where the traversal stands to the next record that was left by
-    /// its `first` child and has a `second` one. It offers subtrees that were never put off too; the traversals test again on return.
+    /// its `first` child and has the other one. It offers subtrees that were never put off too; the traversals test again on return.
     class climber
     {
     public:
-        climber(const node_tree& tree, unsigned record::*first, unsigned record::*second) : tree_(tree), first_(first), second_(second) {}
+        climber(const node_tree& tree, unsigned first) : tree_(tree), first_(first) {}
 
-        void put_off(const pending&) {}
+        void put_off(const position&) {}
 
-        bool resume(pending& position) const
+        bool resume(position& here) const
         {
-            while (position.at != 0)
+            unsigned at = here.to.record();
+            while (at != 0)
             {
-                const unsigned above = tree_.parents_[position.at];
-                const record& parent = tree_.records_[above];
-                const unsigned axis = previous_axis(position.axis);
-                if (parent.*first_ == position.at && parent.*second_ != none_index)
+                const unsigned above = tree_.parents_[at];
+                const children& ways = tree_.children_[above];
+                const unsigned axis = previous_axis(here.axis);
+                if (ways[first_].exists() && ways[first_].record() == at && ways[1 - first_].exists())
                 {
-                    position.at = parent.*second_;
-                    position.parent_coordinate = tree_.coords_->column(parent.node)[axis];
+                    here.to = ways[1 - first_];
+                    here.parent_coordinate = tree_.coords_->column(tree_.nodes_[above])[axis];
                     return true;
                 }
-                position.at = above;
-                position.axis = axis;
+                at = above;
+                here.axis = axis;
             }
             return false;
         }
 
     private:
         const node_tree& tree_;
-        unsigned record::*first_;
-        unsigned record::*second_;
+        unsigned first_;
     };
 
     static constexpr unsigned next_axis(unsigned axis) { return axis + 1 == D ? 0 : axis + 1; }
@@ -129,15 +147,12 @@ private:
     /// False while the matrix does not hold the nodes of the tree (it shrank behind the tree's back), so that nothing is read beyond it.
     bool is_readable() const
     {
-        if (records_.empty() || !coords_->block || !coords_->block->data) return false;
+        if (nodes_.empty() || !coords_->block || !coords_->block->data) return false;
         return coords_->offset + std::uint64_t{largest_node_} * coords_->ld + D <= coords_->block->capacity;
     }
 
     struct candidate;
-
-    template <class Pending>
-    void search(const point& p, unsigned excluded, candidate& best, Pending&& later) const;
-    bool has_closer(const record* run, const point& p, unsigned excluded, double squared) const;
+    class closest_search;
 
     template <class Visitor, class Pending>
     void walk_box(const point& low, const point& high, Visitor& visit, Pending&& later) const;
@@ -146,13 +161,19 @@ private:
     bool insert_all(const dense1D<unsigned>& ids, unsigned& added);
     bool insert_distinct(const dense1D<unsigned>& ids, const dense1D<unsigned>& order, bool repeats_last, unsigned& added);
     bool insert_one(unsigned id, unsigned& added);
+    bool reserve(unsigned count);
+    unsigned append(unsigned node);
+    link& way_to_child(unsigned parent, bool is_left);
     bool note_parents(unsigned deepest);
     void unlink_from(unsigned former_size);
 
     const dense2D<double>* coords_;
-    dense1D<record> records_;   ///< record 0 is the root; the axis of a record is its depth modulo D
-    dense1D<unsigned> parents_; ///< of each record, in trees deeper than `stack_depth`; else empty
-    unsigned deepest_ = 0;      ///< records on the longest path
+    link root_ = no_child;
+    dense1D<unsigned> nodes_;    ///< of each record; the axis of a record is its depth modulo D
+    dense1D<children> children_; ///< of each record
+    dense1D<char> run_length_;   ///< records of the run that begins at a record; meaningful where a link is marked
+    dense1D<unsigned> parents_;  ///< of each record, in trees deeper than `stack_depth`; else empty
+    unsigned deepest_ = 0;       ///< records on the longest path
     unsigned largest_node_ = 0;
     bool spare_ = false; ///< the last insertion found its node in the tree, so its record is free for the next one
 };
@@ -173,38 +194,38 @@ void node_tree<D>::visit_box(const point& low, const point& high, Visitor&& visi
     if (deepest_ <= stack_depth)
         walk_box(low, high, visit, pending_stack());
     else
-        walk_box(low, high, visit, climber(*this, &record::left, &record::right));
+        walk_box(low, high, visit, climber(*this, left_way));
 }
 
 template <unsigned D>
 template <class Visitor, class Pending>
 void node_tree<D>::walk_box(const point& low, const point& high, Visitor& visit, Pending&& later) const
 {
-    const record* const records = records_.data();
+    const children* const all_children = children_.data();
     const double* const base = coords_->data();
     const std::size_t step = coords_->ld;
 
-    pending here{0, 0, 0};
+    position here{root_, 0, 0.0};
     for (;;)
     {
-        const record& r = records[here.at];
-        const double* x = base + step * r.node;
+        const children& ways = all_children[here.to.record()];
+        const double* x = base + step * here.to.node;
         const double t = x[here.axis];
         const bool reaches_left = t >= low[here.axis];
         const bool reaches_right = t <= high[here.axis];
-        if (reaches_left && reaches_right && is_inside(x, low, high)) visit(r.node);
+        if (reaches_left && reaches_right && is_inside(x, low, high)) visit(here.to.node);
 
-        const bool right = reaches_right && r.right != none_index;
-        if (reaches_left && r.left != none_index)
+        const bool right = reaches_right && ways[right_way].exists();
+        if (reaches_left && ways[left_way].exists())
         {
             here.axis = next_axis(here.axis);
-            if (right) later.put_off({r.right, here.axis, t});
-            here.at = r.left;
+            if (right) later.put_off({ways[right_way], here.axis, t});
+            here.to = ways[left_way];
         }
         else if (right)
         {
             here.axis = next_axis(here.axis);
-            here.at = r.right;
+            here.to = ways[right_way];
         }
         else
         {
