@@ -125,4 +125,17 @@ bool visit_distinct(const Entries& entries, const dense1D<unsigned>& excluded, W
     return visit_distinct_by_sorting(entries, static_cast<unsigned>(total), excluded, worker);
 }
 
+/// Appends the distinct values. False when memory runs out; some may then be missing.
+template <class Entries>
+bool append_distinct(dense1D<unsigned>& out, const Entries& entries, const dense1D<unsigned>& excluded)
+{
+    bool complete = true;
+    const bool visited = visit_distinct(entries, excluded, [&](unsigned value) {
+        const unsigned former = out.size;
+        out.push_back(value);
+        complete &= out.size != former;
+    });
+    return visited && complete;
+}
+
 } // namespace tq4::gridweave

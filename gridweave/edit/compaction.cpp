@@ -8,17 +8,6 @@
 namespace tq4::gridweave
 {
 
-namespace
-{
-
-template <class Entries>
-void append_distinct(dense1D<unsigned>& out, const Entries& entries, const dense1D<unsigned>& excluded)
-{
-    visit_distinct(entries, excluded, [&](unsigned value) { out.push_back(value); });
-}
-
-} // namespace
-
 int unique_indices(dense1D<unsigned>& out, const dense1D<unsigned>& ids, dense1D<unsigned> excluded)
 {
     const std::uint64_t room = std::uint64_t{out.size} + ids.size;
