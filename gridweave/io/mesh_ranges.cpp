@@ -106,12 +106,4 @@ bool join_matrices(const dense2D<unsigned>& first, const dense2D<unsigned>& seco
     return true;
 }
 
-bool widen_coordinates(dense2D<double>& pos, unsigned cols)
-{
-    if (cols <= pos.cols) return true;
-    if (cols > pos.column_capacity() || pos.ld == 0) pos.reserve(3, columns_to_reserve(cols - 1), 1);
-    // Where the reservation ahead of need failed, the exact width may still fit.
-    return pos.resize(3, cols);
-}
-
 } // namespace tq4::gridweave

@@ -68,9 +68,4 @@ inline unsigned columns_to_reserve(unsigned index)
     return static_cast<unsigned>(std::min<std::uint64_t>(std::bit_ceil(std::uint64_t{index} + 1), none_index));
 }
 
-/// Makes a coordinate matrix of 3 rows at least `cols` wide; new columns are zero. False when memory ran out. The storage of `pos` was
-/// given up (`clear_hard`) before the first column and has only grown since, so that what lies behind the last column is zero already:
-/// the pages of a matrix with a wide gap are then never touched.
-bool widen_coordinates(dense2D<double>& pos, unsigned cols);
-
 } // namespace tq4::gridweave

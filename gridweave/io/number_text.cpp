@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <locale>
 
 namespace tq4::gridweave
 {
@@ -357,6 +358,25 @@ bool c_library_uses_decimal_point()
     char probe[16];
     std::snprintf(probe, sizeof probe, "%.1f", 0.5);
     return std::strcmp(probe, "0.5") == 0;
+}
+
+namespace
+{
+
+template <class Facet>
+bool has_classic(const std::locale& global)
+{
+    return &std::use_facet<Facet>(global) == &std::use_facet<Facet>(std::locale::classic());
+}
+
+} // namespace
+
+bool streams_use_classic_numbers()
+{
+    // Comparing whole locales would compare their names, which may need memory and may not throw.
+    const std::locale global;
+    return has_classic<std::ctype<char>>(global) && has_classic<std::numpunct<char>>(global) && has_classic<std::num_put<char>>(global) &&
+           has_classic<std::num_get<char>>(global);
 }
 
 const char* scan_real(const char* text, const char* end, double& value)

@@ -33,6 +33,10 @@ char* write_integer(char* out, long long value, int width = 0);
 /// the same bytes and bits.
 bool c_library_uses_decimal_point();
 
+/// True when stream objects made now read and write numbers and blanks as in the "C" locale: the global C++ locale has the classic facets
+/// for them, whatever it has for dates or money.
+bool streams_use_classic_numbers();
+
 /// Reads the decimal number that begins at `text`: an optional sign, digits with or without a point, an optional exponent. The result is
 /// the end of the number and `value` has the bits that `strtod` and `sscanf` read there in the "C" locale.
 ///

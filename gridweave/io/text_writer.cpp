@@ -3,29 +3,10 @@
 #include <cmath>
 #include <cstring>
 #include <iomanip>
-#include <locale>
 #include <sstream>
 
 namespace tq4::gridweave
 {
-
-namespace
-{
-
-/// True when numbers in stream objects look as in the "C" locale. Comparing locales may need memory for their names.
-bool streams_are_plain()
-{
-    try
-    {
-        return std::locale() == std::locale::classic();
-    }
-    catch (...)
-    {
-        return false;
-    }
-}
-
-} // namespace
 
 std::FILE* open_file(const char* name, const char* mode)
 {
@@ -49,7 +30,8 @@ bool finish(text_writer& out, std::FILE* stream)
     return close_file(stream) && taken;
 }
 
-text_writer::text_writer(std::FILE* file, locale_of source) : file_(file), by_streams_(source == locale_of::streams && !streams_are_plain())
+text_writer::text_writer(std::FILE* file, locale_of source)
+    : file_(file), by_streams_(source == locale_of::streams && !streams_use_classic_numbers())
 {
     plain_integers_ = !by_streams_;
     plain_reals_ = source == locale_of::streams ? !by_streams_ : c_library_uses_decimal_point();

@@ -1,6 +1,5 @@
 #include <array>
 #include <climits>
-#include <locale>
 #include <sstream>
 #include <string>
 
@@ -240,7 +239,7 @@ int read_record(std::string_view line, bool classic, bool line_is_complete, obj_
 
 int read_obj(std::FILE* stream, obj_mesh& mesh)
 {
-    const bool classic = std::locale() == std::locale::classic();
+    const bool classic = streams_use_classic_numbers();
     text_reader in(stream);
     int status = 0;
     for (text_line line; status == 0 && in.good() && in.next_line(line);) status = read_record(line.view(), classic, in.good(), mesh);

@@ -152,33 +152,4 @@ TEST(ColumnsToReserve, IsTheNextPowerOfTwoAboveTheIndex)
     EXPECT_EQ(columns_to_reserve(none), none);
 }
 
-TEST(WidenCoordinates, KeepsColumnsAndFillsWithZero)
-{
-    dense2D<double> pos;
-    ASSERT_TRUE(widen_coordinates(pos, 2));
-    ASSERT_EQ(pos.rows, 3u);
-    ASSERT_EQ(pos.cols, 2u);
-    pos(2, 1) = 5;
-    ASSERT_TRUE(widen_coordinates(pos, 1));
-    EXPECT_EQ(pos.cols, 2u);
-    ASSERT_TRUE(widen_coordinates(pos, 1000));
-    EXPECT_EQ(pos.cols, 1000u);
-    EXPECT_EQ(pos.column_capacity(), 1024u);
-    EXPECT_EQ(pos(2, 1), 5);
-    for (unsigned c = 2; c < 1000; ++c)
-        for (unsigned r = 0; r < 3; ++r) ASSERT_EQ(pos(r, c), 0);
-}
-
-TEST(WidenCoordinates, FailsBeyond32Bits)
-{
-    dense2D<double> pos;
-    ASSERT_TRUE(widen_coordinates(pos, 2));
-    EXPECT_FALSE(widen_coordinates(pos, 0x60000000u));
-    EXPECT_FALSE(widen_coordinates(pos, none));
-    EXPECT_EQ(pos.cols, 2u);
-    const test::failing_allocation failing(1);
-    EXPECT_FALSE(widen_coordinates(pos, 100));
-    EXPECT_EQ(pos.cols, 2u);
-}
-
 } // namespace

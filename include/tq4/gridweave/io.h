@@ -86,7 +86,7 @@ TQ4_GRIDWEAVE_API int medit_tensor(const char* file, const dense2D<double>& metr
 /// @param cells       appended to: for each cell its number of points and the points, 0-based
 /// @param cell_types  appended to: VTK's type of each cell
 /// @return 0, at once for an empty matrix; -1 `connect` is no connectivity of its kind; -2 a kind that the format does not take
-///         (`ELEM_NONE`, `ELEM_NODE`, `ELEM_BAR_ANY`, the mixed kinds, `ELEM_PYRA13`, `ELEM_PENTA15`); -199 out of memory. The lists stay
+///         (`ELEM_NODE`, `ELEM_BAR_ANY`, the mixed kinds, `ELEM_PYRA13`, `ELEM_PENTA15`); -199 out of memory. The lists stay
 ///         as they were on a failure.
 TQ4_GRIDWEAVE_API int vtk_convert(const dense2D<unsigned>& connect, element_type kind, unsigned& nbr_cells, dense1D<unsigned>& cells,
                                   dense1D<unsigned>& cell_types);
