@@ -35,6 +35,9 @@ class metric_path<double>
 public:
     metric_path(double start, double goal) : start_(start), goal_(goal) {}
 
+    /// True when the fraction 0 is the start itself: not so on a way to infinity.
+    bool begins_at_start() const { return std::isfinite(goal_ - start_); }
+
     /// The size at the fraction `t` of the way. False when it is no valid size.
     bool at(double t, double& size) const
     {
@@ -55,6 +58,8 @@ public:
     using metric = tensor<D>;
 
     metric_path(const metric& start, const metric& goal) : start_(start), goal_(goal) {}
+
+    bool begins_at_start() const { return true; }
 
     /// The tensor at the fraction `t` of the way, from 0 to 1. False, with `result` as it was, when the pair has no common basis. The ends
     /// are given back as they stand, whatever they are.

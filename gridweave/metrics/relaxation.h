@@ -8,8 +8,10 @@
 // meshes", Finite Elements in Analysis and Design 46 (2010). Where those sweep over the edges, a priority queue corrects the worst first.
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <cmath>
+#include <limits>
 
 #include <tq4/gridweave/core.h>
 
@@ -294,7 +296,7 @@ public:
     int propagate_bounds()
     {
         any_frozen_ = std::any_of(status_.begin(), status_.end(), [](unsigned s) { return s != 0; });
-        if (any_frozen_ && !make_room_for_neighbours()) return out_of_memory;
+        if (any_frozen_ && !note_frozen_neighbours()) return out_of_memory;
 
         for (unsigned i = 0; i < nodes_; ++i)
             if (status_[i] == 0 && !queue_edges_from(i)) return out_of_memory;
@@ -313,7 +315,6 @@ public:
             if (status_[i] > worst.stamp) continue;
             if (status_[j] > worst.stamp && status_[j] != frozen) continue;
 
-            if (any_frozen_) list_frozen_neighbours(i);
             travel way = ways_[i];
             if (!correct_node(i, j, way)) continue;
 
@@ -368,20 +369,31 @@ private:
         return true;
     }
 
-    /// Room for the frozen neighbours of any one node.
-    bool make_room_for_neighbours()
+    /// Notes for every movable node which of its edges lead to frozen nodes. False when memory runs out.
+    bool note_frozen_neighbours()
     {
-        unsigned most = 0;
-        for (unsigned i = 0; i < nodes_; ++i) most = std::max(most, first_[i + 1] - first_[i]);
-        return frozen_neighbours_.reserve(most, 1);
+        if (!frozen_first_.resize(nodes_ + 1)) return false;
+        const auto for_each_frozen = [&](unsigned i, auto&& worker) {
+            if (status_[i] == frozen) return;
+            for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
+                if (status_[list_[p]] == frozen) worker(p);
+        };
+        unsigned total = 0;
+        for (unsigned i = 0; i < nodes_; ++i)
+        {
+            frozen_first_[i] = total;
+            for_each_frozen(i, [&](unsigned) { ++total; });
+        }
+        frozen_first_[nodes_] = total;
+
+        constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+        if (!frozen_at_.resize(total) || !present_excess_.resize(nodes_, unknown) || !present_way_.resize(nodes_)) return false;
+        unsigned end = 0;
+        for (unsigned i = 0; i < nodes_; ++i) for_each_frozen(i, [&](unsigned p) { frozen_at_[end++] = p; });
+        return true;
     }
 
-    void list_frozen_neighbours(unsigned i)
-    {
-        frozen_neighbours_.size = 0;
-        for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
-            if (status_[list_[p]] == frozen) frozen_neighbours_.push_back(list_[p]);
-    }
+    bool has_frozen_neighbours(unsigned i) const { return any_frozen_ && frozen_first_[i] != frozen_first_[i + 1]; }
 
     /// Moves the metric of node i towards that of node j until their edge meets the limit. False when the node stays.
     bool correct_node(unsigned i, unsigned j, travel& way)
@@ -400,8 +412,9 @@ private:
         if (way == travel::either) way = wanted;
         if (way != wanted) return false;
 
+        const bool beside_frozen = has_frozen_neighbours(i);
         metric_path<metric> path(start, goal);
-        if (frozen_neighbours_.size != 0)
+        if (beside_frozen)
         {
             t = best_fraction(i, start, path, way, t);
             if (!(t > least_fraction)) return false;
@@ -411,6 +424,7 @@ private:
         if (!path.at(t, result) || !keep_to_way(way, start, result)) return false;
         if (!(metric_change_ratio(start, result) > least_ratio)) return false;
         field_.set(i, result);
+        if (beside_frozen) forget_present_excess(i);
         return true;
     }
 
@@ -421,32 +435,47 @@ private:
         constexpr unsigned coarse_steps = 6;
         constexpr double fraction_tolerance = 0.001;
 
-        const auto penalty = [&](double t) { return excess_penalty(i, start, path, way, t); };
-        const double present = penalty(0);
+        const double present = present_excess(i, start, path, way);
         if (!(0 < present && present < DBL_MAX)) return 0;
 
         const double step = whole / coarse_steps;
-        double best_t = 0;
-        double best = present;
-        double t = 0;
-        for (unsigned k = 0; k < coarse_steps; ++k)
+        std::array<double, coarse_steps + 1> ts{};
+        std::array<double, coarse_steps + 1> values{present};
+        unsigned best = 0;
+        for (unsigned k = 1; k <= coarse_steps; ++k)
         {
-            t += step;
-            const double f = penalty(t);
-            if (f < best)
-            {
-                best = f;
-                best_t = t;
-            }
+            ts[k] = ts[k - 1] + step;
+            values[k] = excess_penalty(i, start, path, way, ts[k]);
+            if (values[k] < values[best]) best = k;
         }
 
-        double lo = best_t - step;
+        double lo = ts[best] - step;
         if (!(lo > 0)) lo = 0;
-        double hi = best_t + step;
+        double hi = ts[best] + step;
         if (!(whole > hi)) hi = whole;
+        // The search starts from fractions that the scan has mostly been at.
+        const auto penalty = [&](double t) {
+            for (unsigned k = 0; k <= coarse_steps; ++k)
+                if (t == ts[k]) return values[k];
+            return excess_penalty(i, start, path, way, t);
+        };
         const minimum_on_interval found = minimize_on_interval(lo, hi, 0, fraction_tolerance, penalty);
         return present > found.value ? found.t : 0;
     }
+
+    /// The penalty of node i as it stands, which every record of the node asks for and which stays until the node moves.
+    double present_excess(unsigned i, const metric& start, metric_path<metric>& path, travel way)
+    {
+        if (!path.begins_at_start()) return excess_penalty(i, start, path, way, 0);
+        if (std::isnan(present_excess_[i]) || present_way_[i] != way)
+        {
+            present_excess_[i] = excess_penalty(i, start, path, way, 0);
+            present_way_[i] = way;
+        }
+        return present_excess_[i];
+    }
+
+    void forget_present_excess(unsigned i) { present_excess_[i] = std::numeric_limits<double>::quiet_NaN(); }
 
     /// Sum of the squared excesses over the limit on the edges to frozen neighbours, with node i at the fraction `t` of its way.
     double excess_penalty(unsigned i, const metric& start, metric_path<metric>& path, travel way, double t) const
@@ -457,8 +486,12 @@ private:
         if (!path.at(t, m)) return 0;
         keep_to_way(way, start, m); // on failure the metric stays unmerged here
         double sum = 0;
-        for (const unsigned k : frozen_neighbours_)
+        float key = 0;
+        for (unsigned f = frozen_first_[i]; f < frozen_first_[i + 1]; ++f)
         {
+            const unsigned p = frozen_at_[f];
+            const unsigned k = list_[p];
+            if (limit_.judge(field_.terms(m, i, k, p), key) == judgement::within) continue;
             const double excess = measure(m, field_[k], subtract(pos_[k], pos_[i])) - limit_.limit();
             if (!(excess > 0)) continue;
             if (excess >= largest_excess) return DBL_MAX;
@@ -476,8 +509,13 @@ private:
     Limit limit_;
     Field& field_;
     gradation_heap heap_;
-    dense1D<unsigned> frozen_neighbours_;
+
+    // Of use only where there are frozen nodes.
     bool any_frozen_ = false;
+    dense1D<unsigned> frozen_first_; ///< where the edges to frozen nodes stand in the next, by node
+    dense1D<unsigned> frozen_at_;    ///< positions of such edges in the rows of the graph
+    dense1D<double> present_excess_; ///< penalty of a node as it stands, NaN where it is not known,
+    dense1D<travel> present_way_;    ///< and the way for which it was computed
 };
 
 /// The node-to-node form of a connectivity; the node-to-element form that it is made from is dropped.
