@@ -94,10 +94,10 @@ public:
 
     int read()
     {
-        if (!append(mesh_.run_starts, 0u)) return out_of_memory;
+        if (!append_entry(mesh_.run_starts, 0u)) return out_of_memory;
         int status = read_blocks();
         if (status == 0 && !in_.has_memory()) status = out_of_memory;
-        if (!append(mesh_.run_starts, elements_) && status == 0) status = out_of_memory;
+        if (!append_entry(mesh_.run_starts, elements_) && status == 0) status = out_of_memory;
         return status;
     }
 
@@ -108,12 +108,6 @@ private:
         nodes,
         elements
     };
-
-    template <class T>
-    static bool append(dense1D<T>& list, T value)
-    {
-        return list.push_back_n(value, 1);
-    }
 
     int read_blocks()
     {
@@ -182,7 +176,7 @@ private:
         if (!append_column(mesh_.connect, column.data(), mesh_.connect.rows)) return out_of_memory;
 
         if (const int status = skip_lines(lines_behind_nodes); status != 0) return status;
-        if (!append(mesh_.colors, color)) return out_of_memory;
+        if (!append_entry(mesh_.colors, color)) return out_of_memory;
         ++elements_;
         return 0;
     }
@@ -216,8 +210,8 @@ private:
     /// the next element counts as the first. That is deliberate: it is how the tables of files with unknown elements have always come out.
     int note_run(element_type kind)
     {
-        if (current_ != ELEM_NONE && current_ != kind && !append(mesh_.run_starts, elements_ - 1)) return out_of_memory;
-        if ((current_ == ELEM_NONE || current_ != kind) && !append(mesh_.kinds, static_cast<int>(kind))) return out_of_memory;
+        if (current_ != ELEM_NONE && current_ != kind && !append_entry(mesh_.run_starts, elements_ - 1)) return out_of_memory;
+        if ((current_ == ELEM_NONE || current_ != kind) && !append_entry(mesh_.kinds, static_cast<int>(kind))) return out_of_memory;
         current_ = kind;
         return 0;
     }
