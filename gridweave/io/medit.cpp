@@ -5,6 +5,7 @@
 #include <tq4/gridweave/io.h>
 #include <tq4/numcore/memory.h>
 
+#include "gridweave/core/append.h"
 #include "gridweave/core/kinds.h"
 #include "gridweave/io/mesh_ranges.h"
 #include "gridweave/io/text_writer.h"
@@ -176,7 +177,7 @@ bool split_by_color(const dense2D<unsigned>& connect, element_type kind, const d
         range.matrices.push_back(sorted.sub_matrix(0, begin, connect.rows, end - begin));
         range.colors.push_back(color);
         // A failed push-back drops its value; the sizes tell.
-        if (range.colors.size != range.matrices.size || !range.kinds.push_back_n(kind, 1)) return false;
+        if (range.colors.size != range.matrices.size || !append_entry(range.kinds, static_cast<int>(kind))) return false;
     }
     return range.kinds.size == range.matrices.size;
 }
