@@ -28,7 +28,7 @@ template <unsigned D>
 unsigned closest_other(const node_tree<D>& tree, unsigned node)
 {
     const dense2D<double>& coords = tree.coords();
-    if (node >= coords.cols) return none_index;
+    if (node >= coords.cols || !tree.can_read(node)) return none_index;
     vector_fixed<double, D> p;
     std::copy_n(coords.column(node), D, p.values);
     return tree.closest(p, node);

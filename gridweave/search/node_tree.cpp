@@ -623,6 +623,9 @@ bool node_tree<D>::insert(const dense1D<unsigned>& ids, unsigned& added)
     constexpr unsigned few = 32;
 
     added = 0;
+    if (coords_->rows < D) return true;
+    if (!nodes_.empty() && !is_readable()) return true;
+
     const unsigned former_size = nodes_.size;
     const bool former_spare = spare_;
     const bool done = ids.size <= few ? insert_each(ids, added) : insert_all(ids, added);

@@ -31,10 +31,18 @@ public:
     bool copy(const node_tree& other);
 
     /// Inserts the shuffled list; nodes that are there already and indices beyond the columns are passed over. `added` gets the number
-    /// of nodes linked. False, with the tree as it was, when memory runs out.
+    /// of nodes linked: none where the matrix lacks an axis or does not hold the nodes of the tree any more. False, with the tree as it
+    /// was, when memory runs out.
     bool insert(const dense1D<unsigned>& ids, unsigned& added);
 
     const dense2D<double>& coords() const { return *coords_; }
+
+    /// True when the block of the matrix holds D coordinates of the node, which it may not after the matrix changed behind the tree's back.
+    bool can_read(unsigned node) const
+    {
+        if (!coords_->block || !coords_->block->data) return false;
+        return coords_->offset + std::uint64_t{node} * coords_->ld + D <= coords_->block->capacity;
+    }
 
     /// Records in use: one per node, and one more while a record taken for a node that was there already awaits its reuse.
     unsigned size() const { return nodes_.size + (spare_ ? 1 : 0); }
@@ -145,11 +153,7 @@ private:
     static constexpr unsigned previous_axis(unsigned axis) { return axis == 0 ? D - 1 : axis - 1; }
 
     /// False while the matrix does not hold the nodes of the tree (it shrank behind the tree's back), so that nothing is read beyond it.
-    bool is_readable() const
-    {
-        if (nodes_.empty() || !coords_->block || !coords_->block->data) return false;
-        return coords_->offset + std::uint64_t{largest_node_} * coords_->ld + D <= coords_->block->capacity;
-    }
+    bool is_readable() const { return !nodes_.empty() && can_read(largest_node_); }
 
     struct candidate;
     class closest_search;

@@ -515,6 +515,38 @@ TEST(NodeDetector, DoesNotReadBeyondAMatrixThatShrank)
     EXPECT_TRUE(found.empty());
 }
 
+TEST(NodeDetector, TakesNothingThroughAMatrixThatShrank)
+{
+    dense2D<double> pos = test::random_points(3, 1000, 1);
+    node_detector detector(pos);
+    pos = dense2D<double>(3, 10, 2.0);
+    EXPECT_EQ(detector.insert(ids_of({9})), 0u);
+    dense1D<unsigned> many(100);
+    std::iota(many.begin(), many.end(), 0u);
+    EXPECT_EQ(detector.insert(many), 0u);
+    EXPECT_EQ(detector.find_closest(9u), none_index);
+    EXPECT_EQ(detector.size(), 1000u);
+}
+
+TEST(NodeDetector, TakesNothingThroughAMatrixThatLostAnAxis)
+{
+    for (const unsigned former : {1u, 2u, 1000u})
+    {
+        dense2D<double> pos = test::random_points(3, former, 1);
+        node_detector detector(pos);
+        pos = dense2D<double>(2, 4, 2.0);
+        EXPECT_EQ(detector.insert(ids_of({3})), 0u) << former;
+        EXPECT_EQ(detector.insert(ids_of({0, 1, 2, 3})), 0u) << former;
+        EXPECT_EQ(detector.find_closest(3u), none_index) << former;
+        EXPECT_EQ(detector.size(), former);
+    }
+    dense2D<double> pos = test::random_points(3, 4, 1);
+    node_detector detector(pos, ids_of({}));
+    pos = dense2D<double>(2, 4, 2.0);
+    EXPECT_EQ(detector.insert(ids_of({3})), 0u);
+    EXPECT_EQ(detector.size(), 0u);
+}
+
 TEST(NodeDetector, AllocatesNothingToFindTheClosest)
 {
     const auto pos = test::random_points(3, 20000, 1);
