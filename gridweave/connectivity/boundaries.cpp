@@ -3,6 +3,7 @@
 #include <tq4/gridweave/connectivity.h>
 
 #include "gridweave/core/kinds.h"
+#include "gridweave/core/storage.h"
 
 namespace tq4::gridweave
 {
@@ -16,6 +17,7 @@ int get_element_boundaries(const dense2D<unsigned>& connectivity, element_type k
     if (shape_of_all == topology::none) return -2;
     const unsigned rows = nbr_boundary_nodes(kind);
     if (!boundaries.empty() && boundaries.rows != rows) return -2;
+    if (!detach(boundaries, connectivity)) return out_of_memory;
 
     bool appended = true;
     for_each_element(shape_of_all, connectivity, [&](auto shape, unsigned, const unsigned* nodes) {
@@ -38,6 +40,7 @@ int get_mesh_boundaries(const dense2D<unsigned>& connectivity, const dense2D<uns
     if (!boundaries.empty() && boundaries.rows != rows) return -4;
     const topology shape_of_all = linear_topology(kind);
     if (shape_of_all == topology::none) return -3;
+    if (!detach(boundaries, connectivity, neighbors)) return out_of_memory;
 
     // The outcome of the latest append is looked at once per element.
     bool appended = true;
@@ -61,6 +64,7 @@ int get_mesh_bounding_elements(const dense2D<unsigned>& connectivity, const dens
     const topology shape_of_all = linear_topology(kind);
     if (shape_of_all == topology::none) return -2;
     if (neighbors.cols != connectivity.cols || neighbors.rows != stride) return -2;
+    if (!detach(ids, connectivity, neighbors)) return out_of_memory;
 
     // Ids fit in 32 bits: each is the place of an entry in the neighbour matrix.
     bool appended = true;

@@ -6,6 +6,7 @@
 
 #include "gridweave/connectivity/numbering.h"
 #include "gridweave/core/kinds.h"
+#include "gridweave/core/storage.h"
 
 namespace tq4::gridweave
 {
@@ -191,6 +192,7 @@ int copy_edges(const dense2D<unsigned>& connectivity, element_type kind, dense2D
     if (connectivity.empty()) return 0;
     if (!check_IDs(connectivity, kind, none_index)) return -1;
     if (!edges.empty() && edges.rows != 2) return -3;
+    if (!detach(edges, connectivity)) return out_of_memory;
     const int kind_value = kind;
     return append_edges(&connectivity, &connectivity + 1, &kind_value, edges);
 }
@@ -203,6 +205,8 @@ int copy_edges(const dense2D<unsigned>* first, const dense2D<unsigned>* last, co
     if (!edges.empty() && edges.rows != 2) return -4;
     for (unsigned k = 0; k < kinds.size; ++k)
         if (!check_IDs(first[k], static_cast<element_type>(kinds[k]), none_index)) return -1;
+    for (const auto* m = first; m != last; ++m)
+        if (!detach(edges, *m)) return out_of_memory;
     return append_edges(first, last, kinds.data(), edges);
 }
 

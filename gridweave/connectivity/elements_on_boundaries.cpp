@@ -4,6 +4,7 @@
 
 #include "gridweave/connectivity/sides.h"
 #include "gridweave/core/append.h"
+#include "gridweave/core/storage.h"
 
 namespace tq4::gridweave
 {
@@ -248,7 +249,7 @@ int get_elements_on_boundaries(const dense2D<unsigned>& boundaries, const dense2
     if (shape_of_all == topology::none) return -5;
 
     int code = out_of_memory;
-    if (ids.resize(boundaries.cols, none_index)) switch (boundaries.rows)
+    if (detach(ids, boundaries, connectivity, neighbors, ancestors) && ids.resize(boundaries.cols, none_index)) switch (boundaries.rows)
         {
         case 1: code = find_elements<1>(shape_of_all, stride, boundaries, connectivity, neighbors, ancestors, ids); break;
         case 2: code = find_elements<2>(shape_of_all, stride, boundaries, connectivity, neighbors, ancestors, ids); break;

@@ -4,6 +4,7 @@
 
 #include "gridweave/connectivity/numbering.h"
 #include "gridweave/connectivity/sides.h"
+#include "gridweave/core/storage.h"
 
 namespace tq4::gridweave
 {
@@ -158,7 +159,7 @@ int get_neighbors(const dense2D<unsigned>& connectivity, element_type kind, bool
     if (!check_IDs(connectivity, kind, none_index)) return -1;
     const topology shape = linear_topology(kind);
     if (shape == topology::none) return -2;
-    if (!neighbors.resize(nbr_boundaries(kind), connectivity.cols, none_index)) return out_of_memory;
+    if (!detach(neighbors, connectivity) || !neighbors.resize(nbr_boundaries(kind), connectivity.cols, none_index)) return out_of_memory;
 
     if (suits_node_table(max_ID(connectivity), std::uint64_t{connectivity.rows} * connectivity.cols))
         return match_all_sides(shape, connectivity, link_shared, neighbors);

@@ -5,6 +5,7 @@
 #include <tq4/gridweave/connectivity.h>
 
 #include "gridweave/core/rows.h"
+#include "gridweave/core/storage.h"
 
 namespace tq4::gridweave
 {
@@ -73,6 +74,7 @@ int build_node_elements(const dense2D<unsigned>& connectivity, dense1D<unsigned>
 {
     first.size = 0;
     list.size = 0;
+    if (!detach(first, connectivity) || !detach(list, connectivity, first)) return give_up(first, list);
     if (connectivity.empty()) return first.resize(1, 0) ? 0 : give_up(first, list);
 
     unsigned largest = 0;
@@ -103,6 +105,7 @@ int build_node_graph(const dense2D<unsigned>& connectivity, const dense1D<unsign
 {
     first.size = 0;
     list.size = 0;
+    if (!detach(first, connectivity) || !detach(list, connectivity, first)) return give_up(first, list);
     if (connectivity.empty()) return first.resize(1, 0) ? 0 : give_up(first, list);
 
     const unsigned nodes = element_first.size - 1;

@@ -7,6 +7,7 @@
 #include "gridweave/core/bits.h"
 #include "gridweave/core/kinds.h"
 #include "gridweave/core/rows.h"
+#include "gridweave/core/storage.h"
 
 namespace tq4::gridweave
 {
@@ -59,6 +60,7 @@ int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned>& indice
     indices.size = 0;
     offsets.size = 0;
     bit_vector reached;
+    if (!detach(indices, neighbors) || !detach(offsets, neighbors, indices)) return out_of_memory;
     if (!reached.reset(neighbors.cols) || !indices.reserve(neighbors.cols, 1)) return out_of_memory;
     offsets.push_back(0);
 
@@ -99,6 +101,7 @@ int get_colors_boundaries(const dense2D<unsigned>& connectivity, const dense2D<u
     if (!boundaries.empty() && boundaries.rows != rows) return -5;
     const topology shape_of_all = linear_topology(kind);
     if (shape_of_all == topology::none) return -4;
+    if (!detach(boundaries, connectivity, neighbors, colors)) return out_of_memory;
 
     bool appended = true;
     for_each_element(shape_of_all, connectivity, [&](auto shape, unsigned element, const unsigned* nodes) {

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "gridweave/core/kinds.h"
+#include "gridweave/core/storage.h"
 
 namespace tq4::gridweave
 {
@@ -143,6 +144,12 @@ bool check_IDs(const dense2D<unsigned>& ids, element_type kind, unsigned upper)
 
 int get_sorted_order(const dense1D<unsigned>& ids, dense1D<unsigned>& order, dense1D<unsigned>& starts)
 {
+    if (!detach(order, ids) || !detach(starts, ids, order))
+    {
+        order.clear_hard();
+        starts.clear_hard();
+        return out_of_memory;
+    }
     order.size = 0;
     starts.size = 0;
     if (ids.empty()) return starts.resize(1, 0) ? 0 : out_of_memory;

@@ -6,6 +6,8 @@
 
 #include <tq4/gridweave/core.h>
 
+#include "gridweave/core/storage.h"
+
 namespace tq4::gridweave
 {
 
@@ -169,8 +171,9 @@ void for_each_stretch(const dense2D<unsigned>& columns, dense1D<placed_column>& 
 
 int get_IDs(const dense1D<unsigned>& a, const dense1D<unsigned>& b, dense1D<unsigned>& b_in_a, dense1D<unsigned>& a_in_b)
 {
-    const bool b_filled = fill_with_none(b_in_a, b.size);
-    const bool a_filled = fill_with_none(a_in_b, a.size);
+    const bool apart = detach(b_in_a, a, b) && detach(a_in_b, a, b, b_in_a);
+    const bool b_filled = apart && fill_with_none(b_in_a, b.size);
+    const bool a_filled = apart && fill_with_none(a_in_b, a.size);
     // This form has no code for want of memory: what cannot be related stays none.
     if (a.empty() || b.empty() || !b_filled || !a_filled) return 0;
 
@@ -190,8 +193,9 @@ int get_IDs(const dense1D<unsigned>& a, const dense1D<unsigned>& b, dense1D<unsi
 
 int get_IDs(const dense2D<unsigned>& a, const dense2D<unsigned>& b, dense1D<unsigned>& b_in_a, dense1D<unsigned>& a_in_b, bool exact)
 {
-    const bool b_filled = fill_with_none(b_in_a, b.cols);
-    const bool a_filled = fill_with_none(a_in_b, a.cols);
+    const bool apart = detach(b_in_a, a, b) && detach(a_in_b, a, b, b_in_a);
+    const bool b_filled = apart && fill_with_none(b_in_a, b.cols);
+    const bool a_filled = apart && fill_with_none(a_in_b, a.cols);
     if (!b_filled || !a_filled) return out_of_memory;
     if (a.empty() || b.empty()) return 0;
     if (a.rows != b.rows) return -2;

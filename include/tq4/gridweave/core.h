@@ -32,7 +32,7 @@ constexpr int out_of_memory = -199;
 /// a pyramid in rows 5 to 7, a tetrahedron in rows 4 to 7). A mixed kind given with a matrix of fewer rows stands for the plain kind of
 /// that many rows: `ELEM_SURF_ANY` with 3 rows is `ELEM_TRIA3`; `ELEM_SOLID_ANY` with 4, 5 or 6 rows is `ELEM_TETRA4`, `ELEM_PYRA5` or
 /// `ELEM_PENTA6`.
-enum element_type
+enum element_type : int
 {
     ELEM_NONE = 0,       ///< no element
     ELEM_NODE = 1,       ///< single node

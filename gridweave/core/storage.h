@@ -1,0 +1,18 @@
+#pragma once
+
+// Outputs that share storage with inputs.
+
+namespace tq4::gridweave
+{
+
+/// Gives an output storage of its own where it shares that of an input or of another output: copies of views share their elements, so a
+/// host easily passes such a pair, and writing or growing the one would change or move the other under the loops that read it. The content
+/// stays. False when memory runs out.
+template <class Output, class... Others>
+bool detach(Output& output, const Others&... others)
+{
+    const bool shares = ((output.block == others.block) || ...);
+    return !shares || output.copy(output);
+}
+
+} // namespace tq4::gridweave
