@@ -168,9 +168,11 @@ char* put_digits(char* out, std::uint64_t value, int count)
 
 int digit_count(std::uint64_t value)
 {
-    int count = 1;
-    while (count < 20 && value >= powers_of_ten[static_cast<std::size_t>(count)]) ++count;
-    return count;
+    // Zero has a digit too, and a lowest bit that is set reaches no other power of ten.
+    value |= 1;
+    // 1233 / 4096 is log10(2), which gives the count or one less.
+    const int least = static_cast<int>(std::bit_width(value)) * 1233 >> 12;
+    return least + (value >= powers_of_ten[static_cast<std::size_t>(least)]);
 }
 
 /// Writes d.ddd with `count` digits.
@@ -451,7 +453,10 @@ int parse_integer(const char* text, const char* end)
     while (text != end && is_blank(*text)) ++text;
     const bool negative = text != end && *text == '-';
     if (text != end && (*text == '-' || *text == '+')) ++text;
+    constexpr std::ptrdiff_t certain_digits = 9; // whatever they are, the number is an int
+    const char* const certain_end = end - text < certain_digits ? end : text + certain_digits;
     long long magnitude = 0;
+    for (; text != certain_end && is_digit(*text); ++text) magnitude = magnitude * 10 + (*text - '0');
     for (; text != end && is_digit(*text); ++text)
         if (magnitude <= INT_MAX) magnitude = magnitude * 10 + (*text - '0');
     const long long value = negative ? -magnitude : magnitude;

@@ -52,7 +52,14 @@ public:
     void integer(unsigned value, int width = 0) { integer(static_cast<int>(value), width); }
 
     /// An unsigned number as stream objects write it, whatever its size.
-    void natural(unsigned value) { any_integer(value, 0); }
+    void natural(unsigned value)
+    {
+        // Most fields of a record may be zeros and codes of one digit.
+        if (plain_integers_ && value < 10)
+            character(static_cast<char>('0' + value));
+        else
+            any_integer(value, 0);
+    }
 
     /// A number in the given format.
     void real(double value, const real_format& format);
