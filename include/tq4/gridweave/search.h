@@ -64,7 +64,8 @@ public:
     int reinit(const dense2D<double>& coords, const dense2D<unsigned>* first, const dense2D<unsigned>* last);
 
     /// Adds nodes of the matrix; those that are there already, `none_index` and indices beyond its columns are passed over.
-    /// @return the number of nodes added: 0 for a detector without a matrix, and where memory ran out (nothing is added then)
+    /// @return the number of nodes added: 0 for a detector without a matrix, where memory ran out, and where the matrix has lost an axis or
+    ///         no longer holds the nodes inserted before (nothing is added then)
     unsigned insert(const dense1D<unsigned>& ids);
 
     /// The same with the nodes of a connectivity.
