@@ -453,10 +453,7 @@ int parse_integer(const char* text, const char* end)
     while (text != end && is_blank(*text)) ++text;
     const bool negative = text != end && *text == '-';
     if (text != end && (*text == '-' || *text == '+')) ++text;
-    constexpr std::ptrdiff_t certain_digits = 9; // whatever they are, the number is an int
-    const char* const certain_end = end - text < certain_digits ? end : text + certain_digits;
     long long magnitude = 0;
-    for (; text != certain_end && is_digit(*text); ++text) magnitude = magnitude * 10 + (*text - '0');
     for (; text != end && is_digit(*text); ++text)
         if (magnitude <= INT_MAX) magnitude = magnitude * 10 + (*text - '0');
     const long long value = negative ? -magnitude : magnitude;
