@@ -114,8 +114,8 @@ struct edge_terms
     /// span / high and span / low. False with a NaN.
     bool is_regular() const
     {
-        constexpr double smallest = 1e-120;
-        constexpr double largest = 1e120;
+        constexpr double smallest = 1e-70; // quotients of two such values can still be multiplied
+        constexpr double largest = 1e70;
         constexpr double least_length = 2e-12;
         return low() > smallest && high() < largest && span < largest && span > least_length * high();
     }
