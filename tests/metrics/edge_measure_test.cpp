@@ -120,10 +120,11 @@ TEST(EdgeMeasures, AreSymmetricToTheLastBit)
 /// An edge between two sizes whose ratio and length are spread over many orders of magnitude.
 edge_terms any_regular_edge(test::random_source& random)
 {
-    const double h0 = std::pow(10.0, random.between(-3, 3));
+    const bool extreme = random.below(4) == 0;
+    const double h0 = std::pow(10.0, extreme ? random.between(-75, 75) : random.between(-3, 3));
     const double ratio = 1 + std::pow(10.0, random.between(-12, 3));
     const double h1 = random.below(2) ? h0 * ratio : h0 / ratio;
-    return {h0 * std::pow(10.0, random.between(-4, 3)), h0, h1};
+    return {extreme ? std::pow(10.0, random.between(-75, 75)) : h0 * std::pow(10.0, random.between(-4, 3)), h0, h1};
 }
 
 // The relaxations trust the bounds with what goes into the queue, and with what does not.
@@ -166,7 +167,7 @@ TEST(EdgeTerms, BoundBothMeasuresClosely)
             ASSERT_LE(tv, tensor_variation.high);
         }
     }
-    EXPECT_GT(compared, 300000u);
+    EXPECT_GT(compared, 250000u);
     EXPECT_GT(one_key, 200000u);
 }
 

@@ -391,6 +391,9 @@ TEST(Gradation, LeavesNoTensorEdgeAboveTheLimitUnderOneDirection)
             dense2D<double> metrics = test::jumping_tensors<3>(m.pos.cols, 0.1, 1.5, random);
             EXPECT_GT(test::gradations::call(m, {}, true, direction, g, metrics), 0);
             EXPECT_TRUE(are_valid_metrics(metrics));
+            dense2D<double> again = test::duplicate(metrics);
+            EXPECT_EQ(test::gradations::call(m, {}, true, direction, g, again), 0);
+            EXPECT_EQ(test::columns(again), test::columns(metrics));
             auto field = test::entries_of<3>(metrics);
             test::literal_relaxation<3, tensor<3>> plain(test::limited::gradation, DBL_MAX);
             plain.run(m.pos, m.connectivity, {}, true, direction, field);

@@ -232,9 +232,10 @@ TQ4_GRIDWEAVE_API int metrics_gen_iso(const dense2D<double>& pos, const dense2D<
 /// a size; between different tensors they stay.
 ///
 /// The cost is that of the moves, each of which measures and queues the edges of one node again: the sum over all moves of degree times
-/// log(queue length). Nothing but the field itself bounds their number; a field of random jumps of several orders of magnitude over n nodes
-/// takes some 15 n to 30 n moves under direction 0 or 1, and a fifth of that under -1. Beside the node graph the queue takes 16 bytes
-/// per entry, stale entries included.
+/// log(queue length). Nothing but the field itself bounds their number, and nothing caps it. Sizes that jump at random over three orders of
+/// magnitude on n nodes take some 5 n moves under direction 0 or 1 and 1.5 n under -1, tensors 10 n; 20 small places in a wide field take
+/// 9 n under -1, since the waves around them overtake each other. Nodes beside frozen ones cost some 20 trials per move. Beside the node
+/// graph the queue takes 16 bytes per entry, up to twice the edges above the limit per move, and a field of sizes 8 per edge and direction.
 ///
 /// @param pos             coordinates, 2 or 3 rows × nodes
 /// @param connectivity    nodes of an element × elements
@@ -249,7 +250,7 @@ TQ4_GRIDWEAVE_API int metrics_gen_iso(const dense2D<double>& pos, const dense2D<
 /// @return the number of nodes moved (0 for an empty connectivity or g equal to DBL_MAX, before any other test); -1 when the coordinates
 ///         have neither 2 nor 3 rows; -2 when the connectivity does not fit its kind or names a node beyond the coordinates; -4 for such a
 ///         node in `indices`; -7 for a negative limit; -8 when the field has another row count or is shorter than the mesh needs; -199 out
-///         of memory, or more than 2^32 - 1 queued edges, where moves made so far stay in the field
+///         of memory, or for more queued edges than 32-bit counts hold, where moves made so far stay in the field
 TQ4_GRIDWEAVE_API int bound_metric_gradations(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, element_type kind,
                                               const dense1D<unsigned>& indices, bool indices_frozen, int direction, double g,
                                               dense2D<double>& metrics);
