@@ -41,131 +41,6 @@ bool are_distinct(const dense1D<unsigned>& ids, unsigned upper)
 
 } // namespace
 
-/// The first records of a large tree, small enough for the cache, and its empty places, to which all later nodes can be sent at once.
-template <unsigned D>
-class guide_tree
-{
-public:
-    struct empty_place
-    {
-        unsigned parent;
-        unsigned level; ///< depth of what will stand there
-        bool is_left;
-    };
-
-    guide_tree(const double* base, std::size_t step) : base_(base), step_(step) {}
-
-    bool reserve(unsigned count) { return guides_.resize(2 * count + 1) && places_.resize(count + 1); }
-
-    /// Inserts the first `count` nodes of the order one by one. False when they make a long chain.
-    bool plant(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, unsigned count)
-    {
-        count_ = count;
-        guides_[0] = {coordinates_of(natural[order[0]])[0], {count, count}};
-        for (unsigned i = 1; i < count; ++i)
-        {
-            const double* x = coordinates_of(natural[order[i]]);
-            unsigned axis = 0;
-            unsigned level = 1;
-            unsigned* way = nullptr;
-            for (unsigned at = 0; at < count; at = *way)
-            {
-                way = &guides_[at].next[x[axis] < guides_[at].t];
-                axis = axis + 1 == D ? 0 : axis + 1;
-                ++level;
-            }
-            if (level > most_levels) return false;
-            *way = i;
-            guides_[i] = {x[axis], {count, count}};
-            height_ = std::max(height_, level);
-        }
-        return true;
-    }
-
-    /// Numbers the empty places, neighbours close to each other, and calls `link(parent, is_left, child)` for all pairs of records.
-    template <class Link>
-    void number_places(Link&& link)
-    {
-        unsigned nbr_places = 0;
-        empty_place waiting[most_levels + 1]; // records here, by their parents
-        unsigned nbr_waiting = 0;
-        const auto go_on_from = [&](unsigned at, unsigned level) {
-            for (const bool is_left : {false, true})
-            {
-                if (guides_[at].next[is_left] != count_)
-                {
-                    waiting[nbr_waiting++] = {at, level + 1, is_left};
-                    continue;
-                }
-                // An empty place leads to itself, so that nodes that arrived stay while others are still on their way.
-                const unsigned own = count_ + nbr_places;
-                guides_[own] = {0.0, {own, own}};
-                guides_[at].next[is_left] = own;
-                places_[nbr_places++] = {at, level, is_left};
-            }
-        };
-        go_on_from(0, 1);
-        while (nbr_waiting != 0)
-        {
-            const empty_place from = waiting[--nbr_waiting];
-            const unsigned child = guides_[from.parent].next[from.is_left];
-            link(from.parent, from.is_left, child);
-            go_on_from(child, from.level);
-        }
-    }
-
-    /// Finds the place that each node arrives at. In the order of the list, which is mostly the order of memory, and several walks side by
-    /// side, which hide each other's latency.
-    void send(const dense1D<unsigned>& natural, dense1D<unsigned>& arrival) const
-    {
-        constexpr unsigned lanes = 8;
-        unsigned first = 0;
-        for (; natural.size - first >= lanes; first += lanes) send_together<lanes>(natural.data() + first, arrival.data() + first);
-        for (; first < natural.size; ++first) send_together<1>(natural.data() + first, arrival.data() + first);
-    }
-
-    const empty_place& place(unsigned p) const { return places_[p]; }
-    unsigned height() const { return height_; }
-
-private:
-    static constexpr unsigned most_levels = 64;
-
-    struct guide
-    {
-        double t;         ///< coordinate on the axis of the record
-        unsigned next[2]; ///< right, left: a record, or count + place
-    };
-
-    const double* coordinates_of(unsigned node) const { return base_ + step_ * node; }
-
-    template <unsigned Lanes>
-    void send_together(const unsigned* nodes, unsigned* arrival) const
-    {
-        const guide* const guides = guides_.data();
-        const double* x[Lanes];
-        unsigned at[Lanes] = {};
-        for (unsigned l = 0; l < Lanes; ++l) x[l] = coordinates_of(nodes[l]);
-        unsigned lowest = 0;
-        for (unsigned axis = 0; lowest < count_; axis = axis + 1 == D ? 0 : axis + 1)
-        {
-            lowest = none_index;
-            for (unsigned l = 0; l < Lanes; ++l)
-            {
-                at[l] = guides[at[l]].next[x[l][axis] < guides[at[l]].t];
-                lowest = std::min(lowest, at[l]);
-            }
-        }
-        for (unsigned l = 0; l < Lanes; ++l) arrival[l] = at[l] - count_;
-    }
-
-    const double* base_;
-    std::size_t step_;
-    unsigned count_ = 0;
-    unsigned height_ = 1;
-    dense1D<guide> guides_; ///< records, then empty places
-    dense1D<empty_place> places_;
-};
-
 /// Inserts a whole list into a tree: same links as one by one, without a walk from the root per node. What arrives at a record, or at an
 /// empty place, is a set of nodes in insertion order; the record (or the first of the set, as a new record) splits it in two, stably.
 ///
@@ -179,11 +54,7 @@ public:
     using link = typename tree::link;
 
     explicit tree_growth(tree& grown)
-        : tree_(grown),
-          base_(grown.coords_->data()),
-          step_(grown.coords_->ld),
-          is_first_(grown.nodes_.empty()),
-          next_record_(grown.nodes_.size)
+        : tree_(grown), base_(grown.coords_->data()), step_(grown.coords_->ld), former_size_(grown.nodes_.size)
     {
     }
 
@@ -257,9 +128,7 @@ private:
         return e;
     }
 
-    void set_record(unsigned r, unsigned node);
     unsigned add_record(unsigned node, unsigned parent, bool is_left);
-    unsigned take_run(unsigned count);
     unsigned split(const batch& set, unsigned axis, double t);
     void divide(batch& here, batch_stack& waiting, unsigned parent, unsigned axis, double t);
     void build(batch here);
@@ -270,9 +139,7 @@ private:
     tree& tree_;
     const double* base_;
     std::size_t step_;
-    bool is_first_; ///< the tree was empty, so each element becomes a record
-    unsigned next_record_;
-    unsigned runs_begin_ = 0; ///< of a first list: its runs fill the records from the end, so that all others stand close together
+    unsigned former_size_;
     unsigned deepest_ = 0;
     dense1D<element> elements_;
     dense1D<element> lefts_; ///< scratch of `split`
@@ -280,28 +147,11 @@ private:
 };
 
 template <unsigned D>
-void tree_growth<D>::set_record(unsigned r, unsigned node)
-{
-    tree_.nodes_[r] = node;
-    tree_.children_[r] = {tree::no_child, tree::no_child};
-}
-
-template <unsigned D>
 unsigned tree_growth<D>::add_record(unsigned node, unsigned parent, bool is_left)
 {
-    const unsigned r = next_record_++;
-    set_record(r, node);
+    const unsigned r = tree_.append(node);
     tree_.way_to_child(parent, is_left) = {r, node};
     return r;
-}
-
-/// Consecutive records. The result is the first of them.
-template <unsigned D>
-unsigned tree_growth<D>::take_run(unsigned count)
-{
-    if (is_first_) return runs_begin_ -= count;
-    next_record_ += count;
-    return next_record_ - count;
 }
 
 /// Brings the elements below `t` behind the others, each part in its order. The result is the number of the others.
@@ -370,9 +220,8 @@ template <unsigned D>
 void tree_growth<D>::build_run(const batch& set)
 {
     const element* const e = elements_.data() + set.begin;
-    const unsigned root = take_run(set.count);
-    for (unsigned i = 0; i < set.count; ++i) set_record(root + i, e[i].node);
-    tree_.way_to_child(set.parent, set.is_left) = {root, e[0].node};
+    const unsigned root = add_record(e[0].node, set.parent, set.is_left);
+    for (unsigned i = 1; i < set.count; ++i) tree_.append(e[i].node);
 
     typename tree::children* const run = tree_.children_.data() + root;
     unsigned height = 1;
@@ -463,39 +312,142 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
     }
 }
 
-/// Builds a large tree: the first nodes make a small tree that stays in the cache, all others are sent through it, and what arrives at each
-/// of its empty places is built by itself. `done` comes out false when the first nodes make no good tree.
+/// Builds a large tree: the first nodes make a small tree that stays in the cache, all others are sent through it at once, and what arrives
+/// at each of its empty places is built by itself. `done` comes out false when the first nodes make no good tree (a long chain).
 template <unsigned D>
 bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, bool& done)
 {
     constexpr unsigned nodes_per_bucket = 512;
     constexpr unsigned most_buckets = 4096;
+    constexpr unsigned too_deep = 64;
+    constexpr unsigned lanes = 8; // walks that run side by side to hide each other's latency
+
+    struct guide
+    {
+        double t;
+        unsigned next[2]; ///< right (or equal or not comparable), left
+    };
+    struct empty_place
+    {
+        unsigned parent;
+        unsigned level;
+        bool is_left;
+    };
 
     done = false;
     const unsigned count = natural.size;
     const unsigned top = std::min(count / nodes_per_bucket, most_buckets);
     if (top < 16) return true;
 
-    guide_tree<D> guides(base_, step_);
-    if (!guides.reserve(top)) return false;
-    if (!guides.plant(natural, order, top)) return true;
-    deepest_ = std::max(deepest_, guides.height());
+    dense1D<guide> guides;
+    dense1D<empty_place> places;
+    if (!guides.resize(2 * top + 1) || !places.resize(top + 1)) return false;
 
-    for (; next_record_ < top; ++next_record_) set_record(next_record_, natural[order[next_record_]]);
+    // The top by plain insertion. An empty place is a guide that leads to itself; place p is guide top + p.
+    guides[0] = {base_[step_ * natural[order[0]]], {top, top}};
+    unsigned height = 1;
+    for (unsigned i = 1; i < top; ++i)
+    {
+        const double* x = base_ + step_ * natural[order[i]];
+        unsigned axis = 0;
+        unsigned level = 1;
+        unsigned at = 0;
+        for (;;)
+        {
+            unsigned& child = guides[at].next[x[axis] < guides[at].t];
+            axis = tree::next_axis(axis);
+            ++level;
+            if (child == top)
+            {
+                child = i;
+                break;
+            }
+            at = child;
+        }
+        if (level > too_deep) return true;
+        height = std::max(height, level);
+        guides[i] = {x[axis], {top, top}};
+    }
+
+    // Number the empty places in the order of a search and link the top records.
+    for (unsigned i = 0; i < top; ++i) tree_.append(natural[order[i]]);
     tree_.root_ = {0, tree_.nodes_[0]};
-    guides.number_places([&](unsigned parent, bool is_left, unsigned r) { tree_.way_to_child(parent, is_left) = {r, tree_.nodes_[r]}; });
+    unsigned nbr_places = 0;
+    struct visit
+    {
+        unsigned at;
+        unsigned level;
+    };
+    visit waiting[too_deep + 1];
+    unsigned nbr_waiting = 0;
+    waiting[nbr_waiting++] = {0, 1};
+    while (nbr_waiting != 0)
+    {
+        const visit v = waiting[--nbr_waiting];
+        for (const bool is_left : {false, true})
+        {
+            unsigned& next = guides[v.at].next[is_left];
+            if (next == top)
+            {
+                places[nbr_places] = {v.at, v.level, is_left};
+                next = top + nbr_places++;
+                guides[next] = {0.0, {next, next}};
+            }
+            else
+            {
+                tree_.way_to_child(v.at, is_left) = {next, tree_.nodes_[next]};
+                waiting[nbr_waiting++] = {next, v.level + 1};
+            }
+        }
+    }
+    deepest_ = std::max(deepest_, height);
 
-    // What arrives at each place, in the order of insertion.
+    // Send all nodes down, in the order of the list, which is mostly the order of memory.
     dense1D<unsigned> arrival;
+    if (!arrival.resize(count)) return false;
+    const guide* const table = guides.data();
+    unsigned first = 0;
+    for (; first + lanes <= count; first += lanes)
+    {
+        const double* x[lanes];
+        unsigned at[lanes] = {};
+        for (unsigned l = 0; l < lanes; ++l) x[l] = base_ + step_ * natural[first + l];
+        unsigned lowest = 0;
+        for (unsigned axis = 0; lowest < top; axis = tree::next_axis(axis))
+        {
+            lowest = none_index;
+            for (unsigned l = 0; l < lanes; ++l)
+            {
+                at[l] = table[at[l]].next[x[l][axis] < table[at[l]].t];
+                lowest = std::min(lowest, at[l]);
+            }
+        }
+        for (unsigned l = 0; l < lanes; ++l) arrival[first + l] = at[l] - top;
+    }
+    for (; first < count; ++first)
+    {
+        const double* x = base_ + step_ * natural[first];
+        unsigned at = 0;
+        for (unsigned axis = 0; at < top; axis = tree::next_axis(axis)) at = table[at].next[x[axis] < table[at].t];
+        arrival[first] = at - top;
+    }
+
+    // Gather what arrived at each place, in insertion order.
     dense1D<unsigned> starts;
     dense1D<unsigned> gathered;
-    const unsigned nbr_places = top + 1;
-    if (!arrival.resize(count) || !starts.resize(nbr_places + 1, 0) || !gathered.resize(count - top)) return false;
-    guides.send(natural, arrival);
+    if (!starts.resize(nbr_places + 1, 0) || !gathered.resize(count - top)) return false;
     for (unsigned i = top; i < count; ++i) ++starts[arrival[order[i]] + 1];
-    const unsigned largest = *std::max_element(starts.begin(), starts.end());
-    for (unsigned p = 0; p < nbr_places; ++p) starts[p + 1] += starts[p];
-    for (unsigned i = top; i < count; ++i) gathered[starts[arrival[order[i]]]++] = natural[order[i]];
+    unsigned largest = 0;
+    for (unsigned p = 0; p < nbr_places; ++p)
+    {
+        largest = std::max(largest, starts[p + 1]);
+        starts[p + 1] += starts[p];
+    }
+    for (unsigned i = top; i < count; ++i)
+    {
+        const unsigned position = order[i];
+        gathered[starts[arrival[position]]++] = natural[position];
+    }
 
     if (!elements_.resize(largest) || !lefts_.resize(largest)) return false;
     unsigned begin = 0;
@@ -504,9 +456,9 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
         batch arrived = everything(starts[p] - begin);
         for (unsigned i = 0; i < arrived.count; ++i) elements_[i] = element_of(gathered[begin + i]);
         begin = starts[p];
-        arrived.parent = guides.place(p).parent;
-        arrived.is_left = guides.place(p).is_left;
-        arrived.level = guides.place(p).level;
+        arrived.parent = places[p].parent;
+        arrived.is_left = places[p].is_left;
+        arrived.level = places[p].level;
         if (arrived.count != 0) build(arrived);
     }
     done = true;
@@ -519,24 +471,22 @@ bool tree_growth<D>::insert(const dense1D<unsigned>& natural, const dense1D<unsi
     refused_last = false;
     if (!tree_.reserve(natural.size)) return false;
 
-    bool done = false;
-    runs_begin_ = natural.size;
-    if (is_first_ && !build_in_buckets(natural, order, done)) return false;
-    if (!done)
+    if (former_size_ == 0)
     {
-        if (!elements_.resize(natural.size) || !lefts_.resize(natural.size)) return false;
-        for (unsigned i = 0; i < natural.size; ++i) elements_[i] = element_of(natural[order[i]]);
-        if (is_first_)
-            build(everything(natural.size));
-        else
-        {
-            if (!met_.reset(std::max(tree_.coords_->cols, tree_.largest_node_ + 1))) return false;
-            route(refused_last, natural[order[natural.size - 1]]);
-        }
+        bool done = false;
+        if (!build_in_buckets(natural, order, done)) return false;
+        if (done) return true;
     }
-    // A first list fills the records from both ends.
-    const unsigned size = is_first_ ? natural.size : next_record_;
-    tree_.nodes_.size = tree_.children_.size = tree_.run_length_.size = size;
+
+    if (!elements_.resize(natural.size) || !lefts_.resize(natural.size)) return false;
+    for (unsigned i = 0; i < natural.size; ++i) elements_[i] = element_of(natural[order[i]]);
+    if (former_size_ == 0)
+        build(everything(natural.size));
+    else
+    {
+        if (!met_.reset(std::max(tree_.coords_->cols, tree_.largest_node_ + 1))) return false;
+        route(refused_last, natural[order[natural.size - 1]]);
+    }
     return true;
 }
 
@@ -755,6 +705,14 @@ double squared_distance(const double* x, const vector_fixed<double, D>& p)
 
 } // namespace
 
+template <unsigned D>
+struct node_tree<D>::candidate
+{
+    unsigned node = none_index;
+    double squared = std::numeric_limits<double>::max();
+    double distance = std::numeric_limits<double>::max();
+};
+
 /// One query. The way that an insertion of the point would take gives a bound; the search proper then goes through the whole tree: a
 /// record, its right subtree, its left subtree, each subtree only where its half space comes within the best distance.
 ///
@@ -766,7 +724,12 @@ class node_tree<D>::closest_search
 {
 public:
     closest_search(const node_tree& tree, const point& p, unsigned excluded)
-        : tree_(tree), reader_(tree.open()), nodes_(tree.nodes_.data()), run_length_(tree.run_length_.data()), p_(p), excluded_(excluded)
+        : tree_(tree),
+          all_children_(tree.children_.data()),
+          base_(tree.coords_->data()),
+          step_(tree.coords_->ld),
+          p_(p),
+          excluded_(excluded)
     {
     }
 
@@ -775,36 +738,43 @@ public:
         if (tree_.deepest_ > stack_depth)
         {
             descend<false>();
-            if (best_squared_ != 0.0) search_by_climbing();
-            return best_;
+            if (best_.squared != 0.0) search({tree_.root_, 0, 0.0}, climber(tree_, right_way));
+            return best_.node;
         }
         descend<true>();
-        if (best_squared_ != 0.0) search_beside_the_way();
-        return best_;
+        if (best_.squared != 0.0) search_beside_the_way();
+        return best_.node;
     }
 
 private:
-    /// A subtree and how far its half space is from the point, along the axis of its parent; negative or NaN for one that is entered
-    /// anyway.
-    struct subtree
+    /// A record on the way: the child that the way does not take, and the coordinate less that of the point.
+    struct fork
     {
-        link to;
-        unsigned axis;
-        double gap;
+        link other;
+        bool went_left;
+        double e;
     };
 
-    bool take_if_closer(unsigned node, const double* x)
+    const double* coordinates_of(unsigned node) const { return base_ + step_ * node; }
+
+    void ask_for(const link& to) const
     {
-        const double squared = squared_distance<D>(x, p_);
-        if (!(squared < best_squared_) || node == excluded_) return false;
-        best_ = node;
-        best_squared_ = squared;
-        return true;
+        if (!to.exists()) return;
+        __builtin_prefetch(all_children_ + to.record());
+        __builtin_prefetch(coordinates_of(to.node));
     }
 
-    /// Goes the way of an insertion. With `Notes` it keeps the subtrees beside the way, and where the search ends: before a run, which is
-    /// searched as a whole, and behind a record with a NaN coordinate, which hides its right subtree from the search and with it the rest
-    /// of the way.
+    void take_if_closer(unsigned node, const double* x)
+    {
+        if (node == excluded_) return;
+        const double squared = squared_distance<D>(x, p_);
+        if (!(squared < best_.squared)) return;
+        best_.node = node;
+        best_.squared = squared;
+    }
+
+    /// Goes the way of an insertion. With `Notes` it keeps the forks and where the search ends: before a run, which is searched as a whole,
+    /// and behind a record with a NaN coordinate, which hides its right subtree from the search and with it the rest of the way.
     template <bool Notes>
     void descend()
     {
@@ -817,133 +787,127 @@ private:
                 end_ = {to, axis, 0.0};
                 notes = false;
             }
-            const children& ways = reader_.ways_from(to);
-            reader_.ask_for(ways);
-            const double* x = reader_.coordinates_of(to.node);
-            if (take_if_closer(to.node, x) && best_squared_ == 0.0) return;
+            const children& ways = all_children_[to.record()];
+            ask_for(ways[0]);
+            ask_for(ways[1]);
+            const double* x = coordinates_of(to.node);
+            take_if_closer(to.node, x);
+            if (best_.squared == 0.0) return;
 
             const double e = x[axis] - p_[axis];
             const bool goes_left = p_[axis] < x[axis];
-            axis = next_axis(axis);
             if (notes)
             {
-                const link other = ways[1 - goes_left];
-                rights_[nbr_rights_] = {other, axis, e};
-                lefts_[nbr_lefts_] = {other, axis, -e};
-                nbr_rights_ += goes_left & other.exists();
-                nbr_lefts_ += !goes_left & other.exists();
+                forks_[nbr_forks_++] = {ways[1 - goes_left], goes_left, e};
                 notes = !std::isnan(e);
             }
             to = ways[goes_left];
+            axis = next_axis(axis);
         } while (to.exists());
-        if (best_ != none_index) best_distance_ = std::sqrt(best_squared_);
+        if (best_.node != none_index) best_.distance = std::sqrt(best_.squared);
     }
+
+    /// Whether the half space of the child that the way does not take comes within the best distance.
+    bool is_within_reach(const fork& f) const { return f.went_left ? f.e <= best_.distance : !(-f.e > best_.distance); }
 
     void search_beside_the_way()
     {
-        // All that is out of reach now stays so. No branch: which ones are is not predictable. The last on the stack comes first.
-        unsigned waiting = 0;
-        for (unsigned i = 0; i < nbr_lefts_; ++i)
+        // What is out of reach now stays so. Without a branch: most forks are, at no predictable place.
+        unsigned char reached[stack_depth];
+        unsigned nbr_reached = 0;
+        for (unsigned i = 0; i < nbr_forks_; ++i)
         {
-            stack_[waiting] = lefts_[i];
-            waiting += !(lefts_[i].gap > best_distance_);
+            const fork& f = forks_[i];
+            reached[nbr_reached] = static_cast<unsigned char>(i);
+            nbr_reached += is_within_reach(f) & f.other.exists();
         }
-        if (end_.to.exists()) stack_[waiting++] = end_;
-        for (unsigned i = nbr_rights_; i-- > 0;)
+
+        for (unsigned k = 0; k < nbr_reached; ++k)
         {
-            stack_[waiting] = rights_[i];
-            waiting += rights_[i].gap <= best_distance_;
+            const fork& f = forks_[reached[k]];
+            if (f.went_left && is_within_reach(f) && !search({f.other, (reached[k] + 1u) % D, 0.0}, pending_stack())) return;
         }
-        search(waiting);
+        if (end_.to.exists() && !search(end_, pending_stack())) return;
+        for (unsigned k = nbr_reached; k-- > 0;)
+        {
+            const fork& f = forks_[reached[k]];
+            if (!f.went_left && is_within_reach(f) && !search({f.other, (reached[k] + 1u) % D, 0.0}, pending_stack())) return;
+        }
     }
 
     /// True when a member of a run is closer than the best, whatever the planes between them say.
     bool has_closer(unsigned run) const
     {
-        const unsigned* const members = nodes_ + run;
-        const auto length = static_cast<unsigned>(run_length_[run]);
+        const unsigned* const nodes = tree_.nodes_.data() + run;
+        const auto length = static_cast<unsigned>(tree_.run_length_[run]);
         unsigned nbr_closer = 0;
-        for (unsigned i = 0; i < length; ++i)
-            nbr_closer += (squared_distance<D>(reader_.coordinates_of(members[i]), p_) < best_squared_) & (members[i] != excluded_);
+        for (unsigned i = 0; i < length; ++i) nbr_closer += squared_distance<D>(coordinates_of(nodes[i]), p_) < best_.squared;
         return nbr_closer != 0;
     }
 
-    /// Searches the subtrees on the stack.
-    void search(unsigned waiting)
+    /// Searches a subtree. False when there is nothing left to improve.
+    template <class Pending>
+    bool search(position here, Pending&& later)
     {
-        while (waiting != 0)
-        {
-            subtree here = stack_[--waiting];
-            if (here.gap > best_distance_) continue;
-            if (here.to.is_run())
-            {
-                // A run without a closer member changes nothing, so there is no need to walk it. One that has some is walked: the planes
-                // decide which of its members are met.
-                here.to.at = here.to.record();
-                if (!has_closer(here.to.at)) continue;
-            }
+        const auto go_on_later = [&] {
+            do
+                if (!later.resume(here)) return false;
+            while (p_[previous_axis(here.axis)] - here.parent_coordinate > best_.distance);
+            return true;
+        };
 
-            const double* x = reader_.coordinates_of(here.to.node);
-            if (take_if_closer(here.to.node, x))
-            {
-                best_distance_ = std::sqrt(best_squared_);
-                if (best_squared_ == 0.0) return;
-            }
-            const double e = x[here.axis] - p_[here.axis];
-            const unsigned axis = next_axis(here.axis);
-            const children& ways = reader_.ways_from(here.to);
-            reader_.ask_for(ways);
-            if (ways[left_way].exists() && !(-e > best_distance_)) stack_[waiting++] = {ways[left_way], axis, -e};
-            if (ways[right_way].exists() && e <= best_distance_) stack_[waiting++] = {ways[right_way], axis, e};
-        }
-    }
-
-    /// The same from the root, for trees of any depth.
-    void search_by_climbing()
-    {
-        climber later(tree_, right_way);
-        position here{tree_.root_, 0, 0.0};
         for (;;)
         {
-            const children& ways = reader_.ways_from(here.to);
-            const double* x = reader_.coordinates_of(here.to.node);
-            if (take_if_closer(here.to.node, x))
+            // A run without a closer member changes nothing, so there is no need to walk it. One that has some is walked: the planes
+            // decide which of its members are met.
+            if (here.to.is_run())
             {
-                best_distance_ = std::sqrt(best_squared_);
-                if (best_squared_ == 0.0) return;
+                here.to.at = here.to.record();
+                if (!has_closer(here.to.at))
+                {
+                    if (!go_on_later()) return true;
+                    continue;
+                }
             }
-            const double e = x[here.axis] - p_[here.axis];
-            const bool goes_right = ways[right_way].exists() && e <= best_distance_;
-            if (goes_right || (ways[left_way].exists() && !(-e > best_distance_)))
+
+            const children& ways = all_children_[here.to.at];
+            const double* x = coordinates_of(here.to.node);
+            const double former = best_.squared;
+            take_if_closer(here.to.node, x);
+            if (best_.squared < former)
             {
-                here.to = ways[goes_right ? right_way : left_way];
+                best_.distance = std::sqrt(best_.squared);
+                if (best_.squared == 0.0) return false;
+            }
+
+            const double t = x[here.axis];
+            const double e = t - p_[here.axis];
+            if (ways[right_way].exists() && e <= best_.distance)
+            {
                 here.axis = next_axis(here.axis);
-                continue;
+                if (ways[left_way].exists()) later.put_off({ways[left_way], here.axis, t});
+                here.to = ways[right_way];
             }
-            do
-                if (!later.resume(here)) return;
-            while (p_[previous_axis(here.axis)] - here.parent_coordinate > best_distance_);
+            else if (ways[left_way].exists() && !(-e > best_.distance))
+            {
+                here.axis = next_axis(here.axis);
+                here.to = ways[left_way];
+            }
+            else if (!go_on_later())
+                return true;
         }
     }
 
     const node_tree& tree_;
-    const reader reader_;
-    const unsigned* const nodes_;
-    const char* const run_length_;
-    const point p_;
+    const children* const all_children_;
+    const double* const base_;
+    const std::size_t step_;
+    const point& p_;
     const unsigned excluded_;
-
-    unsigned best_ = none_index;
-    double best_squared_ = std::numeric_limits<double>::max();
-    double best_distance_ = std::numeric_limits<double>::max();
-
-    unsigned nbr_rights_ = 0;
-    unsigned nbr_lefts_ = 0;
-    subtree end_{no_child, 0, 0.0}; ///< the run that the way ends in
-    // One more than the depth: writing comes before it is known whether the entry counts.
-    subtree rights_[stack_depth + 1]; ///< beside the way, on its right
-    subtree lefts_[stack_depth + 1];
-    subtree stack_[2 * stack_depth + 2];
+    candidate best_;
+    fork forks_[stack_depth];
+    unsigned nbr_forks_ = 0;
+    position end_{no_child, 0, 0.0}; ///< the run that the way ends in
 };
 
 template <unsigned D>

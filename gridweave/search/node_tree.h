@@ -152,36 +152,10 @@ private:
     static constexpr unsigned next_axis(unsigned axis) { return axis + 1 == D ? 0 : axis + 1; }
     static constexpr unsigned previous_axis(unsigned axis) { return axis == 0 ? D - 1 : axis - 1; }
 
-    /// What a traversal reads from.
-    struct reader
-    {
-        const children* all_children;
-        const double* base;
-        std::size_t step;
-
-        const double* coordinates_of(unsigned node) const { return base + step * node; }
-        const children& ways_from(const link& to) const { return all_children[to.record()]; }
-
-        /// Asks memory for what a visit will read.
-        void ask_for(const link& to) const
-        {
-            if (!to.exists()) return;
-            __builtin_prefetch(all_children + to.record());
-            __builtin_prefetch(coordinates_of(to.node));
-        }
-
-        void ask_for(const children& ways) const
-        {
-            ask_for(ways[0]);
-            ask_for(ways[1]);
-        }
-    };
-
-    reader open() const { return {children_.data(), coords_->data(), coords_->ld}; }
-
     /// False while the matrix does not hold the nodes of the tree (it shrank behind the tree's back), so that nothing is read beyond it.
     bool is_readable() const { return !nodes_.empty() && can_read(largest_node_); }
 
+    struct candidate;
     class closest_search;
 
     template <class Visitor, class Pending>
@@ -231,13 +205,15 @@ template <unsigned D>
 template <class Visitor, class Pending>
 void node_tree<D>::walk_box(const point& low, const point& high, Visitor& visit, Pending&& later) const
 {
-    const reader tree = open();
+    const children* const all_children = children_.data();
+    const double* const base = coords_->data();
+    const std::size_t step = coords_->ld;
+
     position here{root_, 0, 0.0};
     for (;;)
     {
-        const children& ways = tree.ways_from(here.to);
-        tree.ask_for(ways);
-        const double* x = tree.coordinates_of(here.to.node);
+        const children& ways = all_children[here.to.record()];
+        const double* x = base + step * here.to.node;
         const double t = x[here.axis];
         const bool reaches_left = t >= low[here.axis];
         const bool reaches_right = t <= high[here.axis];
