@@ -813,7 +813,7 @@ private:
     void search_beside_the_way()
     {
         // What is out of reach now stays so. Without a branch: most forks are, at no predictable place.
-        unsigned char reached[stack_depth];
+        unsigned char reached[stack_depth] = {};
         unsigned nbr_reached = 0;
         for (unsigned i = 0; i < nbr_forks_; ++i)
         {
@@ -839,7 +839,7 @@ private:
     bool has_closer(unsigned run) const
     {
         const unsigned* const nodes = tree_.nodes_.data() + run;
-        const auto length = static_cast<unsigned>(tree_.run_length_[run]);
+        const unsigned length = static_cast<unsigned char>(tree_.run_length_[run]);
         unsigned nbr_closer = 0;
         for (unsigned i = 0; i < length; ++i) nbr_closer += squared_distance<D>(coordinates_of(nodes[i]), p_) < best_.squared;
         return nbr_closer != 0;
