@@ -32,4 +32,9 @@ function(gridweave_library target output)
                    CXX_VISIBILITY_PRESET hidden
                    VISIBILITY_INLINES_HIDDEN ON
                    POSITION_INDEPENDENT_CODE ON)
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL SHARED_LIBRARY AND CMAKE_EXECUTABLE_FORMAT STREQUAL ELF)
+        target_link_options(${target} PRIVATE -Wl,--version-script,${PROJECT_SOURCE_DIR}/cmake/exports.map)
+        set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    endif()
 endfunction()
