@@ -22,10 +22,15 @@ has()
 {
     case $1 in
     g++) command -v c++ ;;
+    gcc) command -v cc ;;
     ninja-build) command -v ninja ;;
     liblapack-dev) compiles '' -llapack ;;
     libgtest-dev) compiles '#include <gtest/gtest.h>' -lgtest ;;
     libbenchmark-dev) compiles '#include <benchmark/benchmark.h>' -lbenchmark ;;
+    libnanoflann-dev) compiles '#include <nanoflann.hpp>' ;;
+    libvtk9-dev) compiles '#include <vtk-9.1/vtkVersionMacros.h>' ;;
+    libcgal-dev) compiles '#include <CGAL/version.h>' ;;
+    libboost-dev) compiles '#include <boost/version.hpp>' ;;
     python3-vtk9) /usr/bin/python3 -c 'import vtkmodules' ;;
     python3-meshio) /usr/bin/python3 -c 'import meshio' ;;
     assimp-utils) command -v assimp ;;

@@ -1,0 +1,47 @@
+// Prints the table of our calls beside their peers.
+//
+//   peers [--items N] [--repetitions N] [--rows TEXT] [--ours] [--csv FILE]
+//
+// `--rows` chooses the rows with the text in their names; `--ours` leaves the peers out; `--csv` appends every figure to a file. The result
+// is 1 where a peer's results are not ours.
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#if PEERS_WITH_VTK
+#include <vtkSMPTools.h>
+#endif
+
+#include "harness.h"
+
+int main(int argc, char** argv)
+{
+    bench::options chosen;
+    for (int k = 1; k < argc; ++k)
+    {
+        const auto is = [&](const char* name) { return std::strcmp(argv[k], name) == 0; };
+        if (is("--ours"))
+            chosen.with_peers = false;
+        else if (k + 1 < argc && is("--items"))
+            chosen.items = std::atof(argv[++k]);
+        else if (k + 1 < argc && is("--repetitions"))
+            chosen.repetitions = static_cast<unsigned>(std::atoi(argv[++k]));
+        else if (k + 1 < argc && is("--rows"))
+            chosen.filter = argv[++k];
+        else if (k + 1 < argc && is("--csv"))
+            chosen.csv = argv[++k];
+        else
+        {
+            std::fprintf(stderr, "usage: %s [--items N] [--repetitions N] [--rows TEXT] [--ours] [--csv FILE]\n", argv[0]);
+            return 2;
+        }
+    }
+
+#if PEERS_WITH_VTK
+    vtkSMPTools::SetBackend("Sequential"); // all rows are about one thread
+#endif
+    bench::table rows(chosen);
+    bench::search_rows(rows);
+    return rows.print() ? 0 : 1;
+}
