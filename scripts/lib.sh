@@ -30,6 +30,8 @@ has()
     libnanoflann-dev) compiles '#include <nanoflann.hpp>' ;;
     libvtk9-dev) compiles '#include <vtk-9.1/vtkVersionMacros.h>' ;;
     libcgal-dev) compiles '#include <CGAL/version.h>' ;;
+    libmetis-dev) compiles '#include <metis.h>' -lmetis ;;
+    libopenmesh-dev) compiles '#include <OpenMesh/Core/System/config.h>' ;;
     libboost-dev) compiles '#include <boost/version.hpp>' ;;
     python3-vtk9) /usr/bin/python3 -c 'import vtkmodules' ;;
     python3-meshio) /usr/bin/python3 -c 'import meshio' ;;

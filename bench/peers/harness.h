@@ -181,5 +181,6 @@ private:
 
 /// The families of rows.
 void search_rows(table& rows);
+void connectivity_rows(table& rows);
 
 } // namespace bench

@@ -43,5 +43,6 @@ int main(int argc, char** argv)
 #endif
     bench::table rows(chosen);
     bench::search_rows(rows);
+    bench::connectivity_rows(rows);
     return rows.print() ? 0 : 1;
 }
