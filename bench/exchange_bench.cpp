@@ -8,7 +8,7 @@
 
 #include <tq4/gridweave.h>
 
-#include "meshes.h"
+#include "files.h"
 #include "support/meshes.h"
 
 namespace
@@ -17,14 +17,7 @@ namespace
 using namespace tq4;
 using namespace tq4::gridweave;
 
-/// A file in memory where the system offers that, so that the disk is not measured.
-std::string scratch_file(const char* name)
-{
-    const std::filesystem::path in_memory = "/dev/shm";
-    return (std::filesystem::is_directory(in_memory) ? in_memory : std::filesystem::temp_directory_path()) / name;
-}
-
-const std::string file_name = scratch_file("gridweave_exchange_bench.txt");
+const std::string file_name = bench::scratch_file("gridweave_exchange_bench.txt");
 
 const test::mesh& solid()
 {
@@ -104,39 +97,6 @@ int write_as_ensight(const char* file, const test::mesh& mesh)
     return ensight_output(file, mesh.pos, mesh.connectivity, ELEM_TETRA4);
 }
 
-enum class card_fields
-{
-    small,
-    large,
-    free
-};
-
-/// Cards as other programs write them.
-void write_cards(const test::mesh& mesh, card_fields fields)
-{
-    constexpr const char* grid_formats[] = {"GRID    %-8u        %-8.5f%-8.5f%-8.5f\n",
-                                            "GRID*   %-16u                %-16.9E%-16.9E*C\n*C      %-16.9E\n",
-                                            "GRID,%u,,%.9g,%.9g,%.9g\n"};
-    constexpr const char* element_formats[] = {"CTETRA  %-8u1       %-8u%-8u%-8u%-8u\n",
-                                               "CTETRA* %-16u1               %-16u%-16u*C\n*C      %-16u%-16u\n",
-                                               "CTETRA,%u,1,%u,%u,%u,%u\n"};
-    const auto layout = static_cast<unsigned>(fields);
-    std::FILE* const out = std::fopen(file_name.c_str(), "w");
-    if (!out) return;
-    for (unsigned node = 0; node < mesh.pos.cols; ++node)
-    {
-        const double* const x = mesh.pos.column(node);
-        std::fprintf(out, grid_formats[layout], node + 1, x[0], x[1], x[2]);
-    }
-    for (unsigned element = 0; element < mesh.connectivity.cols; ++element)
-    {
-        const unsigned* const nodes = mesh.connectivity.column(element);
-        std::fprintf(out, element_formats[layout], element + 1, nodes[0] + 1, nodes[1] + 1, nodes[2] + 1, nodes[3] + 1);
-    }
-    std::fputs("ENDDATA\n", out);
-    std::fclose(out);
-}
-
 int read_nastran_file(const char* file, dense2D<double>& pos, dense2D<unsigned>& connectivity)
 {
     element_type kind;
@@ -150,14 +110,14 @@ void read_nastran(benchmark::State& state)
 }
 BENCHMARK(read_nastran)->Unit(benchmark::kMillisecond);
 
-void read_nastran_cards(benchmark::State& state, card_fields fields)
+void read_nastran_cards(benchmark::State& state, bench::card_fields fields)
 {
-    write_cards(solid(), fields);
+    bench::write_cards(file_name, solid().pos, solid().connectivity, fields);
     measure_reading(state, solid(), read_nastran_file);
 }
-BENCHMARK_CAPTURE(read_nastran_cards, small, card_fields::small)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(read_nastran_cards, large, card_fields::large)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(read_nastran_cards, free, card_fields::free)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(read_nastran_cards, small, bench::card_fields::small)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(read_nastran_cards, large, bench::card_fields::large)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(read_nastran_cards, free, bench::card_fields::free)->Unit(benchmark::kMillisecond);
 
 void write_nastran(benchmark::State& state)
 {

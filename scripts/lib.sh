@@ -30,6 +30,10 @@ has()
     libnanoflann-dev) compiles '#include <nanoflann.hpp>' ;;
     libvtk9-dev) compiles '#include <vtk-9.1/vtkVersionMacros.h>' ;;
     libcgal-dev) compiles '#include <CGAL/version.h>' ;;
+    libadmesh-dev) compiles '#include <admesh/stl.h>' -ladmesh ;;
+    libtinyobjloader-dev) compiles '#include <tiny_obj_loader.h>' -ltinyobjloader ;;
+    libgmsh-dev) compiles '#include <gmsh.h>' -lgmsh ;;
+    libassimp-dev) compiles '#include <assimp/Importer.hpp>' -lassimp ;;
     libmetis-dev) compiles '#include <metis.h>' -lmetis ;;
     libopenmesh-dev) compiles '#include <OpenMesh/Core/System/config.h>' ;;
     libboost-dev) compiles '#include <boost/version.hpp>' ;;

@@ -7,7 +7,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib.sh
 
 require g++ gcc cmake ninja-build liblapack-dev libgtest-dev
-(require libnanoflann-dev libvtk9-dev libcgal-dev libboost-dev libmetis-dev libopenmesh-dev) || true
+(require libnanoflann-dev libvtk9-dev libcgal-dev libboost-dev libmetis-dev libopenmesh-dev \
+    libadmesh-dev libtinyobjloader-dev libgmsh-dev libassimp-dev) || true
 configure peers
 echo "Building in build/peers"
 build peers peers

@@ -108,12 +108,15 @@ template <class Form>
 class row
 {
 public:
-    row(table& rows, row_description description) : table_(rows), description_(std::move(description)) {}
+    using equality = std::function<bool(const Form&, const Form&)>;
+
+    /// @param equal  how two comparable forms are held against each other
+    row(table& rows, row_description description, equality equal = std::equal_to<Form>())
+        : table_(rows), description_(std::move(description)), equal_(std::move(equal))
+    {
+    }
 
     bool chosen() const { return table_.chooses(description_); }
-
-    /// How two comparable forms are held against each other, where equality is not meant.
-    void compare_by(std::function<bool(const Form&, const Form&)> equal) { equal_ = std::move(equal); }
 
     template <class Call, class View>
     void ours(Call call, View view)
@@ -175,12 +178,13 @@ private:
 
     table& table_;
     row_description description_;
-    std::function<bool(const Form&, const Form&)> equal_ = std::equal_to<Form>();
+    equality equal_;
     std::vector<contender> contenders_;
 };
 
 /// The families of rows.
 void search_rows(table& rows);
 void connectivity_rows(table& rows);
+void surface_file_rows(table& rows);
 
 } // namespace bench

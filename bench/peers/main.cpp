@@ -44,5 +44,6 @@ int main(int argc, char** argv)
     bench::table rows(chosen);
     bench::search_rows(rows);
     bench::connectivity_rows(rows);
+    bench::surface_file_rows(rows);
     return rows.print() ? 0 : 1;
 }
