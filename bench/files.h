@@ -72,18 +72,19 @@ enum class card_fields
 {
     small,
     large,
-    free
+    free,
+    large_coordinates ///< nodes in large fields and elements in small ones, as Gmsh has it
 };
 
 /// Tetrahedra on NASTRAN cards as other programs write them.
 inline bool write_cards(const std::string& file, const dense2D<double>& pos, const dense2D<unsigned>& connectivity, card_fields fields)
 {
-    constexpr const char* grid_formats[] = {"GRID    %-8u        %-8.5f%-8.5f%-8.5f\n",
-                                            "GRID*   %-16u                %-16.9E%-16.9E*C\n*C      %-16.9E\n",
-                                            "GRID,%u,,%.9g,%.9g,%.9g\n"};
-    constexpr const char* element_formats[] = {"CTETRA  %-8u1       %-8u%-8u%-8u%-8u\n",
-                                               "CTETRA* %-16u1               %-16u%-16u*C\n*C      %-16u%-16u\n",
-                                               "CTETRA,%u,1,%u,%u,%u,%u\n"};
+    constexpr const char* large_node = "GRID*   %-16u                %-16.9E%-16.9E*C\n*C      %-16.9E\n";
+    constexpr const char* small_element = "CTETRA  %-8u1       %-8u%-8u%-8u%-8u\n";
+    constexpr const char* grid_formats[] = {"GRID    %-8u        %-8.5f%-8.5f%-8.5f\n", large_node, "GRID,%u,,%.9g,%.9g,%.9g\n",
+                                            large_node};
+    constexpr const char* element_formats[] = {small_element, "CTETRA* %-16u1               %-16u%-16u*C\n*C      %-16u%-16u\n",
+                                               "CTETRA,%u,1,%u,%u,%u,%u\n", small_element};
     const auto layout = static_cast<unsigned>(fields);
     std::FILE* const out = std::fopen(file.c_str(), "w");
     if (!out) return false;

@@ -186,5 +186,6 @@ private:
 void search_rows(table& rows);
 void connectivity_rows(table& rows);
 void surface_file_rows(table& rows);
+void volume_file_rows(table& rows);
 
 } // namespace bench

@@ -45,5 +45,6 @@ int main(int argc, char** argv)
     bench::search_rows(rows);
     bench::connectivity_rows(rows);
     bench::surface_file_rows(rows);
+    bench::volume_file_rows(rows);
     return rows.print() ? 0 : 1;
 }
