@@ -67,9 +67,11 @@ void write_nodes(text_writer& out, const dense2D<double>& pos)
     for (unsigned node = 0; node < pos.cols; ++node)
     {
         const auto point = points[node];
-        out.integer(node + 1, number_width);
-        for (unsigned k = 0; k < 3; ++k) out.real(point[k], coordinate);
-        out.character('\n');
+        out.record([&](auto& fields) {
+            fields.integer(node + 1, number_width);
+            for (unsigned k = 0; k < 3; ++k) fields.real(point[k], coordinate);
+            fields.character('\n');
+        });
     }
 }
 
@@ -78,9 +80,11 @@ void write_elements(text_writer& out, const dense2D<unsigned>& connectivity, con
     for (unsigned c = 0; c < connectivity.cols; ++c)
     {
         const unsigned* const nodes = connectivity.column(c);
-        out.integer(c + 1, number_width);
-        for (unsigned k = 0; k < layout.count; ++k) out.integer(nodes[layout.rows[k]] + 1, number_width);
-        out.character('\n');
+        out.record([&](auto& fields) {
+            fields.integer(c + 1, number_width);
+            for (unsigned k = 0; k < layout.count; ++k) fields.integer(nodes[layout.rows[k]] + 1, number_width);
+            fields.character('\n');
+        });
     }
 }
 

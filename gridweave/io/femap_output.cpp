@@ -38,44 +38,95 @@ void write_nodes(text_writer& out, const dense2D<double>& pos)
     for (unsigned node = 0; node < pos.cols; ++node)
     {
         const auto point = points[node];
-        out.natural(node + 1);
-        out.text(",0,0,1,0,0,0,0,0,0,0,");
-        for (unsigned k = 0; k < 3; ++k)
-        {
-            out.real(point[k], coordinate);
-            out.character(',');
-        }
-        out.text("0,\n");
+        out.record([&](auto& fields) {
+            fields.natural(node + 1);
+            fields.text(",0,0,1,0,0,0,0,0,0,0,");
+            for (unsigned k = 0; k < 3; ++k)
+            {
+                fields.real(point[k], coordinate);
+                fields.character(',');
+            }
+            fields.text("0,\n");
+        });
     }
     write_block_end(out);
 }
 
-void write_element(text_writer& out, unsigned number, unsigned color, element_type kind, const unsigned* nodes)
+// The lines of nodes and those behind them for an element without nodes. The number of a node takes the place of a zero.
+constexpr std::string_view lines_without_nodes = "0,0,0,0,0,0,0,0,0,0,\n"
+                                                 "0,0,0,0,0,0,0,0,0,0,\n"
+                                                 "0.,0.,0.,0,0,0,0,0,0,\n"
+                                                 "0.,0.,0.,\n"
+                                                 "0.,0.,0.,\n"
+                                                 "0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,\n";
+
+/// Where the zero of a place stands in the text above.
+constexpr unsigned offset_of_place(unsigned place)
 {
-    const femap_record& record = femap_record_of(kind);
+    return 2 * place + place / femap_places_per_line;
+}
+
+/// How the nodes of a kind are written: row of a column and the text behind its number, in the order of the file. Every kind has a node
+/// at the first place.
+struct node_lines
+{
+    struct field
+    {
+        std::uint8_t row;
+        std::string_view behind;
+    };
+
+    std::array<field, femap_node_places> fields;
+    unsigned count;
+};
+
+constexpr node_lines node_lines_of(const femap_record& record, std::uint8_t nodes)
+{
+    node_lines lines{};
+    for (unsigned place = 0, begin = 0; place < femap_node_places; ++place)
+        for (std::uint8_t row = 0; row < nodes; ++row)
+        {
+            if (record.place[row] != place) continue;
+            if (lines.count > 0) lines.fields[lines.count - 1].behind = lines_without_nodes.substr(begin, offset_of_place(place) - begin);
+            begin = offset_of_place(place) + 1;
+            lines.fields[lines.count++] = {row, lines_without_nodes.substr(begin)};
+        }
+    return lines;
+}
+
+constexpr auto node_lines_by_kind = [] {
+    std::array<node_lines, kind_count> table{};
+    for (unsigned kind = 0; kind < kind_count; ++kind)
+        if (femap_records[kind].type != 0) table[kind] = node_lines_of(femap_records[kind], kind_table[kind].nodes);
+    return table;
+}();
+
+/// One element of a kind that the format holds.
+template <class Fields>
+void put_element(Fields& fields, unsigned number, unsigned color, element_type kind, const unsigned* nodes)
+{
+    const femap_record& record = femap_records[kind];
+    fields.natural(number);
+    fields.character(',');
+    fields.natural(color);
+    fields.text(",1,");
+    fields.natural(record.type);
+    fields.character(',');
+    fields.natural(record.topology);
+    fields.text(",1,0,0,0,0,0,0,0,\n");
+
     // The corners of 6-node triangles deliberately go out 0-based, alone among all nodes.
     const unsigned first_shifted_row = kind == ELEM_TRIA6 ? 3 : 0;
-    std::array<unsigned, femap_node_places> places{};
-    for (unsigned row = 0; row < nbr_nodes(kind); ++row) places[record.place[row]] = nodes[row] + (row >= first_shifted_row ? 1 : 0);
-
-    out.natural(number);
-    out.character(',');
-    out.natural(color);
-    out.text(",1,");
-    out.natural(record.type);
-    out.character(',');
-    out.natural(record.topology);
-    out.text(",1,0,0,0,0,0,0,0,\n");
-    for (unsigned place = 0; place < femap_node_places; ++place)
+    const node_lines& lines = node_lines_by_kind[kind];
+    for (unsigned k = 0; k < lines.count; ++k)
     {
-        out.natural(places[place]);
-        out.character(',');
-        if (place % femap_places_per_line == femap_places_per_line - 1) out.character('\n');
+        const auto [row, behind] = lines.fields[k];
+        fields.natural(nodes[row] + (row >= first_shifted_row ? 1 : 0));
+        if (behind.size() == 1)
+            fields.character(behind[0]);
+        else
+            fields.text(behind);
     }
-    out.text("0.,0.,0.,0,0,0,0,0,0,\n"
-             "0.,0.,0.,\n"
-             "0.,0.,0.,\n"
-             "0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,\n");
 }
 
 void write_elements(text_writer& out, const dense2D<unsigned>& connect, const dense1D<unsigned>& run_starts, const dense1D<int>& kinds,
@@ -93,7 +144,8 @@ void write_elements(text_writer& out, const dense2D<unsigned>& connect, const de
         {
             const element_type kind = kind_of_column(run_kind, connect.column(c), connect.rows);
             // Kinds that the format does not hold are left out without a report.
-            if (femap_record_of(kind).type != 0) write_element(out, c + 1, colors[c], kind, connect.column(c));
+            if (femap_record_of(kind).type == 0) continue;
+            out.record([&](auto& fields) { put_element(fields, c + 1, colors[c], kind, connect.column(c)); });
         }
     }
     write_block_end(out);

@@ -52,11 +52,15 @@ constexpr std::array<section_layout, kind_count> layouts{{
 /// "%E " for each value.
 void write_values(text_writer& out, const double* values, unsigned count)
 {
-    for (unsigned k = 0; k < count; ++k)
-    {
-        out.real(values[k], value_format);
-        out.character(' ');
-    }
+    constexpr unsigned values_per_record = 3;
+    for (unsigned k = 0; k < count;)
+        out.record([&](auto& fields) {
+            for (const unsigned stop = k + std::min(count - k, values_per_record); k < stop; ++k)
+            {
+                fields.real(values[k], value_format);
+                fields.character(' ');
+            }
+        });
 }
 
 void write_vertices(text_writer& out, const dense2D<double>& pos)
@@ -77,13 +81,15 @@ void write_elements(text_writer& out, const dense2D<unsigned>& connectivity, con
     for (unsigned c = 0; c < connectivity.cols; ++c)
     {
         const unsigned* const nodes = connectivity.column(c);
-        for (unsigned k = 0; k < layout.count; ++k)
-        {
-            out.integer(nodes[layout.rows[k]] + 1);
-            out.character(' ');
-        }
-        out.integer(reference);
-        out.text(" \n");
+        out.record([&](auto& fields) {
+            for (unsigned k = 0; k < layout.count; ++k)
+            {
+                fields.integer(nodes[layout.rows[k]] + 1);
+                fields.character(' ');
+            }
+            fields.integer(reference);
+            fields.text(" \n");
+        });
     }
 }
 

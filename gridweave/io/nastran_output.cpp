@@ -41,36 +41,39 @@ void write_nodes(text_writer& out, const dense2D<double>& pos)
     for (unsigned node = 0; node < pos.cols; ++node)
     {
         const auto point = points[node];
-        out.text("GRID*   ");
-        out.integer(node + 1, field_width);
-        out.text("                ");
-        out.real(point[0], coordinate);
-        out.real(point[1], coordinate);
-        out.text("*C\n*C      ");
-        out.real(point[2], coordinate);
-        out.character('\n');
+        out.record([&](auto& fields) {
+            fields.text("GRID*   ");
+            fields.integer(node + 1, field_width);
+            fields.text("                ");
+            fields.real(point[0], coordinate);
+            fields.real(point[1], coordinate);
+            fields.text("*C\n*C      ");
+            fields.real(point[2], coordinate);
+            fields.character('\n');
+        });
     }
 }
 
-void write_card(text_writer& out, const card_layout& layout, unsigned element, unsigned property, const unsigned* nodes)
+template <class Fields>
+void put_card(Fields& fields, const card_layout& layout, unsigned element, unsigned property, const unsigned* nodes)
 {
-    out.text(layout.name);
-    out.character(',');
-    out.integer(element + 1);
-    out.character(',');
-    out.integer(property);
+    fields.text(layout.name);
+    fields.character(',');
+    fields.integer(element + 1);
+    fields.character(',');
+    fields.integer(property);
     unsigned line_end = nodes_on_first_line;
     for (unsigned k = 0; k < layout.nodes; ++k)
     {
         if (k == line_end)
         {
-            out.text(",+C\n+C");
+            fields.text(",+C\n+C");
             line_end += nodes_on_continuation;
         }
-        out.character(',');
-        out.integer(nodes[layout.order[k]] + 1);
+        fields.character(',');
+        fields.integer(nodes[layout.order[k]] + 1);
     }
-    out.character('\n');
+    fields.character('\n');
 }
 
 void write_run(text_writer& out, const dense2D<unsigned>& connectivity, const column_run& run, element_type run_kind,
@@ -81,7 +84,7 @@ void write_run(text_writer& out, const dense2D<unsigned>& connectivity, const co
         const unsigned* const nodes = connectivity.column(element);
         const auto kind = static_cast<unsigned>(kind_of_column(run_kind, nodes, connectivity.rows));
         if (kind >= kind_count || !card_layouts[kind].name) return;
-        write_card(out, card_layouts[kind], element, property_ids[element], nodes);
+        out.record([&](auto& fields) { put_card(fields, card_layouts[kind], element, property_ids[element], nodes); });
     }
 }
 

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <locale>
 
+#include "gridweave/io/decimal_digits.h"
+
 namespace tq4::gridweave
 {
 
@@ -36,19 +38,41 @@ constexpr auto powers_of_ten = [] {
     return table;
 }();
 
-// The powers of ten that a double holds exactly.
-constexpr std::array<double, 23> exact_powers_of_ten{1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                                     1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+/// A power of ten as mantissa × 2^(exponent - 63) with the highest bit of the mantissa set. What the mantissa leaves out is below its last
+/// bit, and nothing up to 10^27.
+struct power_of_ten
+{
+    std::uint64_t mantissa;
+    int exponent;
+};
 
-constexpr auto digit_pairs = [] {
-    std::array<char, 200> table{};
-    for (std::size_t k = 0; k < 100; ++k)
+constexpr bool has_power_of_ten(int power)
+{
+    return power >= -largest_power && power <= largest_power;
+}
+
+constexpr auto signed_powers_of_ten = [] {
+    std::array<power_of_ten, 2 * largest_power + 1> table{};
+    power_of_ten* const one = &table[largest_power];
+    *one = {std::uint64_t{1} << 63, 0};
+    for (int power = 1; power <= largest_power; ++power)
     {
-        table[2 * k] = static_cast<char>('0' + k / 10);
-        table[2 * k + 1] = static_cast<char>('0' + k % 10);
+        const std::uint64_t five = powers_of_five[static_cast<std::size_t>(power)];
+        const int width = static_cast<int>(std::bit_width(five));
+        one[power] = {five << (64 - width), power + width - 1};
+        one[-power] = {static_cast<std::uint64_t>((uint128{1} << (width + 63)) / five), -power - width};
     }
     return table;
 }();
+
+const power_of_ten& power_of_ten_at(int power)
+{
+    return (&signed_powers_of_ten[largest_power])[power];
+}
+
+// The powers of ten that a double holds exactly.
+constexpr std::array<double, 23> exact_powers_of_ten{1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                                     1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
 /// A magnitude as mantissa × 2^exponent.
 struct binary_parts
@@ -111,12 +135,45 @@ struct decimal_parts
     int exponent = 0;
 };
 
+/// Rounds a magnitude to `count` digits (1 to 9) by the high half of one product. False, with nothing said, where that leaves a doubt about
+/// the last digit, which it does near ties, and beyond the powers of ten at hand.
+bool round_to_few_digits(double magnitude, int count, decimal_parts& result)
+{
+    const auto bits = std::bit_cast<std::uint64_t>(magnitude);
+    const auto biased = static_cast<int>(bits >> 52);
+    const std::uint64_t mantissa = (bits | std::uint64_t{1} << 52) << 11;
+    const int binary_exponent = biased - 1023;
+
+    // 78913 / 2^18 is log10(2): the largest power of ten up to 2^binary_exponent. The next one may lie below the magnitude too.
+    int exponent = (binary_exponent * 78913) >> 18;
+    if (!has_power_of_ten(exponent + 1)) return false;
+    const power_of_ten& next = power_of_ten_at(exponent + 1);
+    exponent += next.exponent == binary_exponent && mantissa >= next.mantissa;
+    const int power = count - 1 - exponent;
+    if (!has_power_of_ten(power)) return false;
+
+    // The exact product lies less than 2 above its high half. A denormal, which has no such mantissa, is out of reach of the powers.
+    const power_of_ten& factor = power_of_ten_at(power);
+    const auto high = static_cast<std::uint64_t>(uint128{mantissa} * factor.mantissa >> 64);
+    const int shift = 62 - binary_exponent - factor.exponent;
+    const std::uint64_t half = std::uint64_t{1} << (shift - 1);
+    const std::uint64_t fraction = high & (2 * half - 1);
+    if (fraction - (half - 1) <= 1) return false;
+
+    const std::uint64_t digits = (high >> shift) + (fraction > half);
+    const std::uint64_t limit = powers_of_ten[static_cast<std::size_t>(count)];
+    const bool carried = digits == limit;
+    result = {carried ? limit / 10 : digits, exponent + carried};
+    return true;
+}
+
 /// Rounds a magnitude to `count` digits (1 to 17). False where exact arithmetic in 128 bits does not reach: below about 1e-20 and from
 /// 2^63 on.
 bool round_to_digits(double magnitude, int count, decimal_parts& result)
 {
     result = {};
     if (magnitude == 0) return true;
+    if (count <= 9 && round_to_few_digits(magnitude, count, result)) return true;
     if (!(magnitude < 0x1p63)) return false;
 
     const binary_parts parts = parts_of(magnitude);
@@ -140,26 +197,16 @@ bool round_to_digits(double magnitude, int count, decimal_parts& result)
     }
 }
 
-void put_pair(char* out, std::uint64_t value)
-{
-    std::memcpy(out, &digit_pairs[2 * value], 2);
-}
-
 /// Writes `count` digits of `value`, with leading zeros.
 char* put_digits(char* out, std::uint64_t value, int count)
 {
     char* const end = out + count;
     char* at = end;
     // Four digits to a division, so that the next one does not wait for each pair.
-    for (; at - out >= 4; value /= 10000)
-    {
-        const std::uint64_t four = value % 10000;
-        put_pair(at -= 2, four % 100);
-        put_pair(at -= 2, four / 100);
-    }
+    for (; at - out >= 4; value /= 10000) put_four(at -= 4, static_cast<std::uint32_t>(value % 10000));
     if (at - out >= 2)
     {
-        put_pair(at -= 2, value % 100);
+        put_pair(at -= 2, static_cast<std::uint32_t>(value % 100));
         value /= 100;
     }
     if (at != out) *out = static_cast<char>('0' + value % 10);
@@ -202,6 +249,38 @@ char* put_fixed(char* out, std::uint64_t value, int decimals)
     out = put_digits(out, value / unit, digit_count(value / unit));
     *out++ = '.';
     return put_digits(out, value % unit, decimals);
+}
+
+/// Writes a value in scientific notation with a point and up to nine digits, which is what most file formats ask for. Null where exact
+/// arithmetic in 128 bits does not reach and where the format is another one.
+char* put_short_scientific(char* out, double value, const real_format& format)
+{
+    const bool scientific = format.conversion == 'e' || format.conversion == 'E';
+    if (!scientific || format.precision < 1 || format.precision > 8) return nullptr;
+    decimal_parts decimal;
+    if (!round_to_digits(std::fabs(value), format.precision + 1, decimal)) return nullptr;
+
+    const bool negative = std::signbit(value);
+    constexpr int marks = 6; // a digit, the point and four characters of exponent: those in reach have two digits
+    const int missing = format.width - (negative + format.precision + marks);
+    put_blanks(out, missing);
+    if (missing > 0) out += missing;
+    *out = '-';
+    out += negative;
+
+    // The digits from the second one on, at the front of eight.
+    const auto digits = static_cast<std::uint32_t>(decimal.digits);
+    const std::uint64_t all = eight_digits(digits % end_of_eight_digits);
+    const bool nine = format.precision == 8;
+    const std::uint64_t from_first = nine ? all : all >> (8 * (7 - format.precision));
+    out[0] = static_cast<char>('0' + (nine ? digits / end_of_eight_digits : from_first & 0xFF));
+    out[1] = '.';
+    store_eight(out + 2, (nine ? from_first : from_first >> 8) + eight_of('0'));
+    out += 2 + format.precision;
+
+    out[0] = format.conversion;
+    out[1] = decimal.exponent < 0 ? '-' : '+';
+    return put_pair(out + 2, static_cast<std::uint32_t>(std::abs(decimal.exponent)));
 }
 
 // The three notations for a magnitude. Null where exact arithmetic in 128 bits does not reach.
@@ -319,6 +398,8 @@ constexpr bool may_continue_number(char c)
 
 char* write_real(char* out, double value, const real_format& format)
 {
+    if (!std::isfinite(value)) return write_real_by_c_library(out, value, format);
+    if (char* const end = put_short_scientific(out, value, format)) return end;
     char* at = out;
     if (std::signbit(value)) *at++ = '-';
     const double magnitude = std::fabs(value);

@@ -19,8 +19,8 @@ struct real_format
 /// Room that one formatted number needs at most: a "%f" of the largest double has 309 digits before the point.
 constexpr std::size_t longest_number = 512;
 
-/// Writes `value` as formatted output does in the "C" locale; finite values only. `out` has room for `longest_number` characters; the
-/// result is the end of what was written.
+/// Writes `value` as formatted output does in the "C" locale. `out` has room for `longest_number` characters; the result is the end of
+/// what was written.
 char* write_real(char* out, double value, const real_format& format);
 
 /// The same by the C library itself, for any value and under the locale of the calling thread.

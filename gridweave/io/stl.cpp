@@ -324,16 +324,18 @@ facet facet_of(const dense2D<double>& pos, const unsigned* nodes)
     return f;
 }
 
-void write_point_line(text_writer& out, const char* words, const point& x)
+void write_point_line(text_writer& out, std::string_view words, const point& x)
 {
     constexpr real_format coordinate{'e'};
-    out.text(words);
-    for (const double value : x.values)
-    {
-        out.character(' ');
-        out.real(value, coordinate);
-    }
-    out.character('\n');
+    out.record([&](auto& fields) {
+        fields.text(words);
+        for (const double value : x.values)
+        {
+            fields.character(' ');
+            fields.real(value, coordinate);
+        }
+        fields.character('\n');
+    });
 }
 
 void write_ascii_stl(text_writer& out, const dense2D<double>& pos, const dense2D<unsigned>& connect)

@@ -1,7 +1,5 @@
 #include "gridweave/io/text_writer.h"
 
-#include <cmath>
-#include <cstring>
 #include <iomanip>
 #include <sstream>
 
@@ -57,7 +55,7 @@ void text_writer::text(std::string_view characters)
 
 void text_writer::real(double value, const real_format& format)
 {
-    if (plain_reals_ && std::isfinite(value))
+    if (plain_reals_)
         cursor_ = write_real(room(longest_number), value, format);
     else if (by_streams_)
         streamed_real(value, format);

@@ -3,10 +3,12 @@
 // Formatted text into a C stream, byte for byte what `fprintf` writes, through one large buffer.
 
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 #include <tq4/gridweave/core.h>
 
+#include "gridweave/io/decimal_digits.h"
 #include "gridweave/io/number_text.h"
 
 namespace tq4::gridweave
@@ -22,6 +24,41 @@ class text_writer;
 
 /// Hands everything to the stream and closes it. False when something could not be written.
 bool finish(text_writer& out, std::FILE* stream);
+
+/// The fields of one record, put down one behind the other as in the "C" locale in room that is there already. The members are those of
+/// `text_writer`.
+class record_fields
+{
+public:
+    explicit record_fields(char* at) : at_(at) {}
+
+    char* end() const { return at_; }
+
+    void text(std::string_view characters)
+    {
+        std::memcpy(at_, characters.data(), characters.size());
+        at_ += characters.size();
+    }
+    void character(char c) { *at_++ = c; }
+
+    void integer(int value, int width = 0)
+    {
+        const auto natural = static_cast<unsigned>(value);
+        if (value >= 0 && width == 0)
+            at_ = put_natural(at_, natural);
+        else if (width >= 8 && natural < end_of_eight_digits)
+            at_ = put_aligned_natural(at_, natural, width);
+        else
+            at_ = write_integer(at_, value, width);
+    }
+    void integer(unsigned value, int width = 0) { integer(static_cast<int>(value), width); }
+
+    void natural(unsigned value) { at_ = put_natural(at_, value); }
+    void real(double value, const real_format& format) { at_ = write_real(at_, value, format); }
+
+private:
+    char* at_;
+};
 
 /// A writer of text and binary fields. What it takes stands in the stream after `flush`, or when the writer goes; the stream stays open.
 ///
@@ -47,19 +84,31 @@ public:
     void text(std::string_view characters);
     void character(char c) { *room(1) = c, ++cursor_; }
 
+    /// A record: `put(fields)` puts down its text and numbers, with the functions below that do so. What it puts down is at most
+    /// `longest_record` characters, of which a real takes up to `longest_number`.
+    ///
+    /// In the common case the fields go straight into the buffer, with one look at its end for all of them.
+    template <class Put>
+    void record(Put&& put)
+    {
+        if (plain_integers_ && plain_reals_)
+        {
+            record_fields fields(room(longest_record));
+            put(fields);
+            cursor_ = fields.end();
+        }
+        else
+            put(*this);
+    }
+
+    static constexpr std::size_t longest_record = 4 * longest_number;
+
     /// "%{width}d". An unsigned value is written as the int of the same bits, as "%d" does.
     void integer(int value, int width = 0) { any_integer(value, width); }
     void integer(unsigned value, int width = 0) { integer(static_cast<int>(value), width); }
 
     /// An unsigned number as stream objects write it, whatever its size.
-    void natural(unsigned value)
-    {
-        // Most fields of a record may be zeros and codes of one digit.
-        if (plain_integers_ && value < 10)
-            character(static_cast<char>('0' + value));
-        else
-            any_integer(value, 0);
-    }
+    void natural(unsigned value) { any_integer(value, 0); }
 
     /// A number in the given format.
     void real(double value, const real_format& format);
@@ -81,7 +130,7 @@ private:
     static constexpr std::size_t longest_integer = 32;
     static constexpr unsigned buffer_size = 1u << 18;
 
-    /// The place of the next `count` characters; `count` is at most `longest_number`.
+    /// The place of the next `count` characters; `count` is at most `longest_record`.
     char* room(std::size_t count)
     {
         if (static_cast<std::size_t>(end_ - cursor_) < count) flush();
@@ -103,7 +152,7 @@ private:
 
     std::FILE* file_;
     dense1D<char> buffer_;
-    char reserve_[2 * longest_number]; ///< the buffer where there is no memory for a large one
+    char reserve_[longest_record]; ///< the buffer where there is no memory for a large one
     char* begin_;
     char* cursor_;
     char* end_;

@@ -73,13 +73,30 @@ void write_points(text_writer& out, const dense2D<double>& pos)
     for (unsigned node = 0; node < pos.cols; ++node)
     {
         const auto point = points[node];
-        out.real(point[0], coordinate);
-        out.character(' ');
-        out.real(point[1], coordinate);
-        out.character(' ');
-        out.real(point[2], coordinate);
-        out.character('\n');
+        out.record([&](auto& fields) {
+            fields.real(point[0], coordinate);
+            fields.character(' ');
+            fields.real(point[1], coordinate);
+            fields.character(' ');
+            fields.real(point[2], coordinate);
+            fields.character('\n');
+        });
     }
+}
+
+/// Numbers each followed by the character `behind`, in records of a size that the writer takes.
+void write_list(text_writer& out, const unsigned* first, const unsigned* last, char behind)
+{
+    constexpr std::ptrdiff_t numbers_per_record = 64;
+    while (first != last)
+        out.record([&](auto& fields) {
+            const unsigned* const stop = first + std::min(last - first, numbers_per_record);
+            for (; first != stop; ++first)
+            {
+                fields.integer(*first);
+                fields.character(behind);
+            }
+        });
 }
 
 void write_cells(text_writer& out, unsigned nbr_cells, const dense1D<unsigned>& cells)
@@ -95,12 +112,9 @@ void write_cells(text_writer& out, unsigned nbr_cells, const dense1D<unsigned>& 
     for (unsigned cell = 0; cell < nbr_cells && at != end && *at < static_cast<std::size_t>(end - at); ++cell)
     {
         const unsigned* const cell_end = at + *at + 1;
-        for (; at != cell_end; ++at)
-        {
-            out.integer(*at);
-            out.character(' ');
-        }
+        write_list(out, at, cell_end, ' ');
         out.character('\n');
+        at = cell_end;
     }
 }
 
@@ -109,11 +123,7 @@ void write_cell_types(text_writer& out, const dense1D<unsigned>& cell_types)
     out.text("\nCELL_TYPES ");
     out.integer(cell_types.size);
     out.character('\n');
-    for (const unsigned type : cell_types)
-    {
-        out.integer(type);
-        out.character('\n');
-    }
+    write_list(out, cell_types.begin(), cell_types.end(), '\n');
 }
 
 } // namespace

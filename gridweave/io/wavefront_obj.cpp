@@ -250,18 +250,23 @@ int read_obj(std::FILE* stream, obj_mesh& mesh)
 
 constexpr real_format number_format{'e', 8};
 
+/// A record of up to three numbers.
+void put_numbers(text_writer& out, const char* token, const double* numbers, unsigned count)
+{
+    out.record([&](auto& fields) {
+        fields.text(token);
+        for (unsigned k = 0; k < count; ++k)
+        {
+            fields.real(numbers[k], number_format);
+            fields.character(' ');
+        }
+        fields.character('\n');
+    });
+}
+
 void write_columns(text_writer& out, const char* token, const dense2D<double>& values)
 {
-    for (unsigned c = 0; c < values.cols; ++c)
-    {
-        out.text(token);
-        for (unsigned row = 0; row < values.rows; ++row)
-        {
-            out.real(values(row, c), number_format);
-            out.character(' ');
-        }
-        out.character('\n');
-    }
+    for (unsigned c = 0; c < values.cols; ++c) put_numbers(out, token, values.column(c), values.rows);
 }
 
 void write_vertices(text_writer& out, const dense2D<double>& pos)
@@ -270,13 +275,7 @@ void write_vertices(text_writer& out, const dense2D<double>& pos)
     for (unsigned node = 0; node < pos.cols; ++node)
     {
         const auto point = points[node];
-        out.text(" v ");
-        for (unsigned k = 0; k < 3; ++k)
-        {
-            out.real(point[k], number_format);
-            out.character(' ');
-        }
-        out.character('\n');
+        put_numbers(out, " v ", point.values, 3);
     }
 }
 
@@ -286,18 +285,20 @@ void write_faces(text_writer& out, const dense2D<unsigned>& elements, bool with_
     for (unsigned c = 0; c < elements.cols; ++c)
     {
         const unsigned* const nodes = elements.column(c);
-        out.text(" f ");
-        for (unsigned row = 0; row < elements.rows; ++row)
-        {
-            const unsigned number = nodes[row] + 1;
-            out.natural(number);
-            out.character('/');
-            if (with_texture) out.natural(number);
-            out.character('/');
-            if (with_normals) out.natural(number);
-            out.character(' ');
-        }
-        out.character('\n');
+        out.record([&](auto& fields) {
+            fields.text(" f ");
+            for (unsigned row = 0; row < elements.rows; ++row)
+            {
+                const unsigned number = nodes[row] + 1;
+                fields.natural(number);
+                fields.character('/');
+                if (with_texture) fields.natural(number);
+                fields.character('/');
+                if (with_normals) fields.natural(number);
+                fields.character(' ');
+            }
+            fields.character('\n');
+        });
     }
 }
 

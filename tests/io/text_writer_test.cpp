@@ -50,6 +50,47 @@ TEST(TextWriter, WritesTextAndNumbers)
               "Vertices\n42\n       7-1    1.500000E+00");
 }
 
+/// All kinds of fields, of `out` itself or of a record of it.
+template <class Fields>
+void put_fields(Fields& out, unsigned k)
+{
+    out.text("x ");
+    out.integer(k * 977);
+    out.character(' ');
+    out.integer(-static_cast<int>(k));
+    out.integer(k * 977, 8);
+    out.integer(k * 977, 3);
+    out.integer(none_index - k, 16);
+    out.character(' ');
+    out.natural(k * 70001);
+    out.natural(none_index - k);
+    for (const double value : {k / 7.0, -1e200 * k, k == 5 ? infinity : 0.25}) out.real(value, {'E', 6, 16});
+    out.character('\n');
+}
+
+TEST(TextWriter, WritesRecordsAsItsFieldsOneByOne)
+{
+    constexpr unsigned count = 100000;
+    const auto by_fields = [](text_writer& out) {
+        for (unsigned k = 0; k < count; ++k) put_fields(out, k);
+    };
+    const auto by_records = [](text_writer& out) {
+        for (unsigned k = 0; k < count; ++k) out.record([&](auto& fields) { put_fields(fields, k); });
+    };
+    const auto longest = [](text_writer& out) {
+        out.record([](auto& fields) {
+            for (unsigned k = 0; k < 3; ++k) fields.real(-1e308, {'f', 16});
+        });
+    };
+    const std::string expected = written(by_fields);
+    EXPECT_EQ(written(by_records), expected);
+    EXPECT_EQ(written(by_records, text_writer::locale_of::streams), expected);
+    EXPECT_EQ(written(longest).size(), 3u * (1 + 309 + 1 + 16));
+    test::failing_allocation failing(1);
+    EXPECT_EQ(written(by_records), expected);
+    EXPECT_TRUE(failing.has_failed());
+}
+
 TEST(TextWriter, SpellsWhatIsNotFiniteAsTheCLibrary)
 {
     const auto reference = [](const char* format, double value) {
@@ -106,6 +147,14 @@ TEST(TextWriter, FollowsTheGlobalLocaleWhereStreamsDo)
         out.real(0.125, {'e', 8});
     };
     EXPECT_EQ(written(job, text_writer::locale_of::streams), "1.234.567 1234567 1.234,5 1,25000000e-01");
+    const auto record = [](text_writer& out) {
+        out.record([](auto& fields) {
+            fields.natural(1234567);
+            fields.text(" ");
+            fields.real(1234.5, {'g'});
+        });
+    };
+    EXPECT_EQ(written(record, text_writer::locale_of::streams), "1.234.567 1.234,5");
     // Formatted output of the C library is another matter: `std::locale::global` of a locale without a name leaves it alone.
     EXPECT_EQ(written(job), "1234567 1234567 1234.5 1.25000000e-01");
 }
