@@ -15,7 +15,7 @@
 
 #include <tq4/gridweave/metrics.h>
 
-#include "bench/meshes.h"
+#include "bench/fields.h"
 #include "support/literal_relaxation.h"
 
 namespace
@@ -24,56 +24,17 @@ namespace
 using namespace tq4;
 using namespace tq4::gridweave;
 
-struct mesh
-{
-    const char* name;
-    dense2D<double> pos;
-    dense2D<unsigned> connectivity;
-    element_type kind;
-    double spacing; // typical length of an edge
-};
+using bench::noise;
+using bench::places;
+using mesh = bench::field_mesh;
 
-std::mt19937 engine(1);
-
-double between(double low, double high)
-{
-    return low + (high - low) * (static_cast<double>(engine()) / 4294967296.0);
-}
-
-/// A grid over the unit square or cube, off the lattice.
-mesh grid(unsigned dims, unsigned nodes)
-{
-    const auto n = static_cast<unsigned>(std::lround(dims == 2 ? std::sqrt(nodes) : std::cbrt(nodes))) - 1;
-    mesh m{dims == 2 ? "triangles" : "tetrahedra", {}, {}, dims == 2 ? ELEM_TRIA3 : ELEM_TETRA4, 1.0 / n};
-    m.connectivity = dims == 2 ? bench::triangles(n) : bench::tetrahedra(n);
-    const unsigned count = max_ID(m.connectivity) + 1;
-    m.pos = dense2D<double>(dims, count);
-    for (unsigned c = 0, rest = 0; c < count; ++c)
-    {
-        rest = c;
-        for (unsigned r = 0; r < dims; ++r, rest /= n + 1) m.pos(r, c) = (rest % (n + 1) + between(-0.2, 0.2)) / n;
-    }
-    return m;
-}
-
-/// Sizes that jump from node to node over three orders of magnitude.
-double noise(const mesh& m, unsigned)
-{
-    return m.spacing * std::pow(10.0, between(-1, 2));
-}
-
-/// A wide size with 20 small places.
-double places(const mesh& m, unsigned node)
-{
-    const unsigned every = m.pos.cols / 20;
-    return node % every == every / 2 ? 0.01 * m.spacing : 0.2;
-}
+bench::field_numbers numbers;
 
 template <class Sizes>
 dense1D<double> size_field(const mesh& m, Sizes&& sizes)
 {
     dense1D<double> field(m.pos.cols);
-    for (unsigned n = 0; n < field.size; ++n) field[n] = sizes(m, n);
+    for (unsigned n = 0; n < field.size; ++n) field[n] = sizes(m, n, numbers);
     return field;
 }
 
@@ -89,14 +50,14 @@ dense2D<double> tensor_field(const mesh& m, Sizes&& sizes)
         double q[3][3];
         for (unsigned k = 0; k < D; ++k)
         {
-            for (unsigned r = 0; r < D; ++r) q[k][r] = normal(engine);
+            for (unsigned r = 0; r < D; ++r) q[k][r] = normal(numbers.engine());
             for (unsigned j = 0; j <= k; ++j)
             {
                 double along = 0;
                 for (unsigned r = 0; r < D; ++r) along += q[k][r] * q[j][r];
                 for (unsigned r = 0; r < D; ++r) q[k][r] = j < k ? q[k][r] - along * q[j][r] : q[k][r] / std::sqrt(along);
             }
-            const double h = sizes(m, n);
+            const double h = sizes(m, n, numbers);
             for (unsigned j = 0; j < D; ++j)
                 for (unsigned i = 0; i <= j; ++i) field(j * (j + 1) / 2 + i, n) += q[k][i] * q[k][j] / (h * h);
         }
@@ -153,11 +114,11 @@ void measure(const mesh& m, const char* name, const Field& field, std::vector<Me
 template <unsigned D>
 void measure_mesh(unsigned nodes, const std::string& forms, const std::string& fields, bool with_plain)
 {
-    const mesh m = grid(D, nodes);
+    const mesh m = bench::field_grid(D, nodes, numbers);
     dense1D<unsigned> frozen;
     if (fields == "frozen")
         for (unsigned n = 0; n < m.pos.cols; ++n)
-            if (engine() % 20 == 0) frozen.push_back(n);
+            if (numbers.engine()() % 20 == 0) frozen.push_back(n);
 
     const auto run = [&](const char* name, auto&& sizes) {
         for (const double g : {0.1, 0.2, 0.3, 1.0})

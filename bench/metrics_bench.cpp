@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <limits>
-#include <random>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -12,6 +11,7 @@
 #include <tq4/numcore/lapack.h>
 
 #include "meshes.h"
+#include "tensors.h"
 
 extern "C" void dspgv_(const int* itype, const char* jobz, const char* uplo, const int* n, double* ap, double* bp, double* w, double* z,
                        const int* ldz, double* work, int* info, std::size_t jobz_length, std::size_t uplo_length);
@@ -24,58 +24,18 @@ using namespace tq4::gridweave;
 
 constexpr unsigned count = 1000000;
 
-using tensor3 = symmetric_fixed<double, 3>;
-
-/// Positive definite tensors with sizes over three decades in random directions.
-dense2D<double> random_tensors(unsigned seed)
-{
-    std::mt19937_64 engine(seed);
-    std::uniform_real_distribution<double> exponent(-3.0, 3.0);
-    std::normal_distribution<double> component;
-    dense2D<double> metrics(6, count);
-    for (unsigned c = 0; c < count; ++c)
-    {
-        double q[4];
-        double length = 0;
-        for (double& x : q)
-        {
-            x = component(engine);
-            length += x * x;
-        }
-        for (double& x : q) x /= std::sqrt(length);
-        const double w = q[0], x = q[1], y = q[2], z = q[3]; // a unit quaternion: a random rotation
-        const double axes[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y + z * w), 2 * (x * z - y * w)},
-                                   {2 * (x * y - z * w), 1 - 2 * (x * x + z * z), 2 * (y * z + x * w)},
-                                   {2 * (x * z + y * w), 2 * (y * z - x * w), 1 - 2 * (x * x + y * y)}};
-        tensor3 m{};
-        for (const auto& axis : axes)
-        {
-            const double value = std::pow(10.0, exponent(engine));
-            for (unsigned j = 0; j < 3; ++j)
-                for (unsigned i = 0; i <= j; ++i) m(i, j) += value * axis[i] * axis[j];
-        }
-        std::copy_n(m.values, 6, metrics.column(c));
-    }
-    return metrics;
-}
+using bench::tensor3;
 
 const dense2D<double>& tensors()
 {
-    static const dense2D<double> all = random_tensors(1);
+    static const dense2D<double> all = bench::random_tensors(count, 1);
     return all;
 }
 
 const dense2D<double>& other_tensors()
 {
-    static const dense2D<double> all = random_tensors(2);
+    static const dense2D<double> all = bench::random_tensors(count, 2);
     return all;
-}
-
-tensor3 column_of(const dense2D<double>& metrics, unsigned c)
-{
-    tensor3 m;
-    std::copy_n(metrics.column(c), 6, m.values);
-    return m;
 }
 
 /// Runs `call(tensor, other tensor)` over all pairs.
@@ -85,7 +45,7 @@ void for_all_pairs(benchmark::State& state, Call call)
     const auto& first = tensors();
     const auto& second = other_tensors();
     for (auto _ : state)
-        for (unsigned c = 0; c < count; ++c) call(column_of(first, c), column_of(second, c));
+        for (unsigned c = 0; c < count; ++c) call(bench::tensor_of(first, c), bench::tensor_of(second, c));
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * count);
 }
 

@@ -165,6 +165,11 @@ bool table::print() const
                     verdict(row).c_str(), row.description.compared.c_str(), ours.bytes / row.description.items);
         for (const contender_result& each : row.contenders) all_equal = all_equal && each.equal;
     }
+    std::puts("");
+    for (const row_result& row : rows_)
+        for (const auto& [of, count] : row.counts)
+            std::printf("- %s: %.3g million %s, %.0f ns each.\n", row.description.name.c_str(), 1e-6 * count, of.c_str(),
+                        1e9 * row.contenders[0].median() / count);
     return all_equal;
 }
 

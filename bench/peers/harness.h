@@ -72,7 +72,8 @@ struct contender_result
 struct row_result
 {
     row_description description;
-    std::vector<contender_result> contenders; ///< ours first
+    std::vector<std::pair<std::string, double>> counts; ///< what else the job consists of
+    std::vector<contender_result> contenders;           ///< ours first
 };
 
 struct options
@@ -130,9 +131,12 @@ public:
         if (table_.chosen().with_peers) add(std::move(name), std::move(call), std::move(view));
     }
 
+    /// Tells how many of something the job consists of; the table gives the time for each. May be called where results are looked at.
+    void count(std::string of, double number) { counts_.emplace_back(std::move(of), number); }
+
     void run()
     {
-        row_result result{description_, {}};
+        row_result result{description_, {}, {}};
         std::optional<Form> reference;
         double spent = 0;
         for (const contender& each : contenders_)
@@ -144,6 +148,7 @@ public:
             spent += first.seconds;
         }
         reference.reset();
+        result.counts = counts_;
 
         // The first run, on fresh memory, does not count where there are others.
         for (unsigned repetition = 0; repetition < table_.chosen().repetitions && spent < table_.chosen().row_budget; ++repetition)
@@ -180,6 +185,7 @@ private:
     row_description description_;
     equality equal_;
     std::vector<contender> contenders_;
+    std::vector<std::pair<std::string, double>> counts_;
 };
 
 /// The families of rows.
@@ -187,5 +193,8 @@ void search_rows(table& rows);
 void connectivity_rows(table& rows);
 void surface_file_rows(table& rows);
 void volume_file_rows(table& rows);
+void quality_rows(table& rows);
+void metrics_rows(table& rows);
+void gradation_rows(table& rows);
 
 } // namespace bench

@@ -42,9 +42,8 @@ int main(int argc, char** argv)
     vtkSMPTools::SetBackend("Sequential"); // all rows are about one thread
 #endif
     bench::table rows(chosen);
-    bench::search_rows(rows);
-    bench::connectivity_rows(rows);
-    bench::surface_file_rows(rows);
-    bench::volume_file_rows(rows);
+    for (const auto family : {bench::search_rows, bench::connectivity_rows, bench::surface_file_rows, bench::volume_file_rows,
+                              bench::quality_rows, bench::metrics_rows, bench::gradation_rows})
+        family(rows);
     return rows.print() ? 0 : 1;
 }
