@@ -92,7 +92,7 @@ void write_elements(text_writer& out, const dense2D<unsigned>& connectivity, con
 void write_part(text_writer& out, const dense2D<unsigned>& connectivity, element_type kind, unsigned place)
 {
     if (connectivity.empty()) return;
-    const part_layout& layout = layouts[narrow(kind, connectivity.rows)];
+    const part_layout& layout = layouts[static_cast<unsigned>(narrow(kind, connectivity.rows))];
     if (!layout.name) return;
 
     out.text("part ");

@@ -61,7 +61,7 @@ constexpr std::array<card_layout, kind_count> card_layouts = [] {
 constexpr node_order order_when_read(element_type kind)
 {
     if (kind == ELEM_TRIA6) return {0, 1, 2, 4, 5, 3};
-    return card_layouts[kind].order;
+    return card_layouts[static_cast<unsigned>(kind)].order;
 }
 
 } // namespace tq4::gridweave

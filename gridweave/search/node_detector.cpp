@@ -140,7 +140,11 @@ int node_detector::reinit(const dense2D<double>& coords, const dense2D<unsigned>
 {
     if (first > last) return -3;
     dense1D<unsigned> ids;
-    if (!append_distinct(ids, range_entries{first, last}, {})) return out_of_memory;
+    if (!append_distinct(ids, range_entries{first, last}, {}))
+    {
+        clear();
+        return out_of_memory;
+    }
     return reinit(coords, ids);
 }
 

@@ -819,7 +819,7 @@ private:
         {
             const fork& f = forks_[i];
             reached[nbr_reached] = static_cast<unsigned char>(i);
-            nbr_reached += is_within_reach(f) & f.other.exists();
+            nbr_reached += static_cast<unsigned>(is_within_reach(f)) & static_cast<unsigned>(f.other.exists());
         }
 
         for (unsigned k = 0; k < nbr_reached; ++k)

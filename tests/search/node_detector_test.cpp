@@ -573,6 +573,7 @@ TEST(NodeDetector, SurvivesMemoryRunningOut)
         [&](node_detector& d) { return d.reinit(large); },
         [&](node_detector& d) { return d.reinit(small); },
         [&](node_detector& d) { return d.reinit(small, repeats); },
+        [&](node_detector& d) { return d.reinit(small, lines); },
     };
     for (const auto& call : calls)
         for (unsigned n = 1;; ++n)
