@@ -105,7 +105,7 @@ constexpr auto node_lines_by_kind = [] {
 template <class Fields>
 void put_element(Fields& fields, unsigned number, unsigned color, element_type kind, const unsigned* nodes)
 {
-    const femap_record& record = femap_records[kind];
+    const femap_record& record = femap_records[static_cast<unsigned>(kind)];
     fields.natural(number);
     fields.character(',');
     fields.natural(color);
@@ -117,7 +117,7 @@ void put_element(Fields& fields, unsigned number, unsigned color, element_type k
 
     // The corners of 6-node triangles deliberately go out 0-based, alone among all nodes.
     const unsigned first_shifted_row = kind == ELEM_TRIA6 ? 3 : 0;
-    const node_lines& lines = node_lines_by_kind[kind];
+    const node_lines& lines = node_lines_by_kind[static_cast<unsigned>(kind)];
     for (unsigned k = 0; k < lines.count; ++k)
     {
         const auto [row, behind] = lines.fields[k];
