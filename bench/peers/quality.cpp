@@ -49,11 +49,11 @@ struct quality_case
 };
 
 /// Triangles and tetrahedra have the same measure everywhere, Verdict's aspect ratio being its reciprocal. Of hexahedra Verdict takes the
-/// condition of the worst corner and no faces.
+/// condition of the worst corner and no faces, so what we call valid is valid there, too.
 constexpr quality_case quality_cases[] = {
     {"quality of triangles", ELEM_TRIA3, 1, 0.5, "values within 1e-9"},
     {"quality of tetrahedra", ELEM_TETRA4, 1, 0.5, "values within 1e-9"},
-    {"quality of hexahedra", ELEM_HEXA8, 0.3, 1.5, "which are valid: another measure, without faces"},
+    {"quality of hexahedra", ELEM_HEXA8, 0.3, 1.5, "validity (faces tested by us alone); another measure"},
 };
 
 struct solid_mesh
@@ -143,7 +143,8 @@ void quality_row(table& rows, const quality_case& of)
     const auto equal = [&](const values& a, const values& b) {
         return std::equal(a.begin(), a.end(), b.begin(), b.end(), [&](double x, double y) {
             constexpr double largest_valid_condition = 1e20; // Verdict says 1e30 of an element that has none
-            return of.kind == ELEM_HEXA8 ? (x > 0) == (y > 0 && y < largest_valid_condition) : std::fabs(x - y) < 1e-9;
+            if (of.kind == ELEM_HEXA8) return x <= 0 || (y > 0 && y < largest_valid_condition);
+            return std::fabs(x - y) < 1e-9;
         });
     };
     row<values> r(rows, {of.name, "elements", of.share * rows.chosen().items, {{of.required, "VTK"}}, of.compared}, equal);
