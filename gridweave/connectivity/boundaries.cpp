@@ -42,13 +42,12 @@ int get_mesh_boundaries(const dense2D<unsigned>& connectivity, const dense2D<uns
     if (shape_of_all == topology::none) return -3;
     if (!detach(boundaries, connectivity, neighbors)) return out_of_memory;
 
-    // The outcome of the latest append is looked at once per element.
     bool appended = true;
     for_each_element(shape_of_all, connectivity, [&](auto shape, unsigned element, const unsigned* nodes) {
         const unsigned* const neighbor = neighbors.column(element);
         for (unsigned side = 0; side < side_count<decltype(shape)>; ++side)
-            if (neighbor[side] == none_index) appended = append_side<decltype(shape)>(boundaries, rows, side, nodes);
-        return appended;
+            if (neighbor[side] == none_index && !append_side<decltype(shape)>(boundaries, rows, side, nodes)) return appended = false;
+        return true;
     });
     return appended ? 0 : out_of_memory;
 }
@@ -71,8 +70,8 @@ int get_mesh_bounding_elements(const dense2D<unsigned>& connectivity, const dens
     for_each_element(shape_of_all, connectivity, [&](auto shape, unsigned element, const unsigned*) {
         const unsigned* const neighbor = neighbors.column(element);
         for (unsigned side = 0; side < side_count<decltype(shape)>; ++side)
-            if (neighbor[side] == none_index) appended &= append_entry(ids, element * stride + side);
-        return appended;
+            if (neighbor[side] == none_index && !append_entry(ids, element * stride + side)) return appended = false;
+        return true;
     });
     return appended ? 0 : out_of_memory;
 }

@@ -112,9 +112,9 @@ int get_colors_boundaries(const dense2D<unsigned>& connectivity, const dense2D<u
             if (across != none_index && colors[across] == colors[element]) continue;
             // The none index is above every element, so free sides pass.
             if (!both_sides && across <= element) continue;
-            appended &= append_side<decltype(shape)>(boundaries, rows, side, nodes);
+            if (!append_side<decltype(shape)>(boundaries, rows, side, nodes)) return appended = false;
         }
-        return appended;
+        return true;
     });
     return appended ? 0 : out_of_memory;
 }

@@ -252,6 +252,34 @@ int box_listed(const dense2D<double>& pos, const dense1D<unsigned>& ids, vector_
     return 0;
 }
 
+bool names_no_node(const dense2D<unsigned>& connectivity)
+{
+    for (unsigned c = 0; c < connectivity.cols; ++c)
+        for (unsigned r = 0; r < connectivity.rows; ++r)
+            if (connectivity(r, c) != none_index) return false;
+    return true;
+}
+
+/// A node that comes again does not widen the box again, so no list of the nodes is needed, nor memory for one.
+template <unsigned N>
+int box_of_elements(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, vector_fixed<double, N>& min,
+                    vector_fixed<double, N>& max)
+{
+    if (names_no_node(connectivity)) return 0;
+    if (pos.rows != N) return -1;
+    if (!check_IDs(connectivity, pos.cols)) return -2;
+
+    box<N> widened(min, max);
+    for (unsigned c = 0; c < connectivity.cols; ++c)
+    {
+        const unsigned* const nodes = connectivity.column(c);
+        for (unsigned r = 0; r < connectivity.rows; ++r)
+            if (nodes[r] < pos.cols) widened.include(pos.column(nodes[r]));
+    }
+    widened.store(min, max);
+    return 0;
+}
+
 } // namespace
 
 int translate(dense2D<double>& pos, const vector_fixed<double, 2>& v)
@@ -359,7 +387,7 @@ int inc_bounding_box(const dense2D<double>& pos, const dense1D<unsigned>& ids, v
 int inc_bounding_box(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, vector_fixed<double, 2>& min,
                      vector_fixed<double, 2>& max)
 {
-    return box_listed(pos, nodes_of(connectivity), min, max);
+    return box_of_elements(pos, connectivity, min, max);
 }
 
 int inc_bounding_box(const dense2D<double>& pos, vector_fixed<double, 3>& min, vector_fixed<double, 3>& max)
@@ -375,7 +403,7 @@ int inc_bounding_box(const dense2D<double>& pos, const dense1D<unsigned>& ids, v
 int inc_bounding_box(const dense2D<double>& pos, const dense2D<unsigned>& connectivity, vector_fixed<double, 3>& min,
                      vector_fixed<double, 3>& max)
 {
-    return box_listed(pos, nodes_of(connectivity), min, max);
+    return box_of_elements(pos, connectivity, min, max);
 }
 
 } // namespace tq4::gridweave

@@ -181,7 +181,10 @@ int FEMAP_output(const char* file, const dense2D<double>& pos, const dense2D<uns
     if (!colors.resize(connect.cols, 1)) return out_of_memory;
     unsigned ends[] = {0, connect.cols};
     int value = kind;
-    return FEMAP_output(file, pos, connect, dense1D<unsigned>::wrap(ends, 2), dense1D<int>::wrap(&value, 1), colors);
+    const auto run_starts = dense1D<unsigned>::wrap(ends, 2);
+    const auto kinds = dense1D<int>::wrap(&value, 1);
+    if (run_starts.empty() || kinds.empty()) return out_of_memory;
+    return FEMAP_output(file, pos, connect, run_starts, kinds, colors);
 }
 
 int FEMAP_output(const char* file, const dense2D<double>& pos, const dense2D<unsigned>& connect1, const dense2D<unsigned>& connect2,
@@ -194,7 +197,10 @@ int FEMAP_output(const char* file, const dense2D<double>& pos, const dense2D<uns
     // The last entry is deliberately the second matrix's own count: the second run ends early where the first matrix has columns too.
     unsigned starts[] = {0, connect1.cols, connect2.cols};
     int values[] = {kind1, kind2};
-    return FEMAP_output(file, pos, joined, dense1D<unsigned>::wrap(starts, 3), dense1D<int>::wrap(values, 2), colors);
+    const auto run_starts = dense1D<unsigned>::wrap(starts, 3);
+    const auto kinds = dense1D<int>::wrap(values, 2);
+    if (run_starts.empty() || kinds.empty()) return out_of_memory;
+    return FEMAP_output(file, pos, joined, run_starts, kinds, colors);
 }
 
 } // namespace tq4::gridweave

@@ -198,15 +198,20 @@ int vtk_output(const char* file, const dense2D<double>& pos, const dense2D<unsig
     for (unsigned place = 0; place < kinds.size; ++place)
         if (!check_IDs(first[place], static_cast<element_type>(kinds[place]), pos.cols)) return -3;
 
+    // Want of memory is no failed test.
+    const auto leave = [&](int code) {
+        if (code == out_of_memory) close_file(stream);
+        return code;
+    };
     plain_pieces pieces;
-    if (!split_by_kind(first, last, kinds, pieces)) return out_of_memory;
+    if (!split_by_kind(first, last, kinds, pieces)) return leave(out_of_memory);
     unsigned nbr_cells = 0;
     dense1D<unsigned> cells;
     dense1D<unsigned> cell_types;
     for (unsigned piece = 0; piece < pieces.size(); ++piece)
     {
         const int result = vtk_convert(pieces.matrices[piece], pieces.kind(piece), nbr_cells, cells, cell_types);
-        if (result != 0) return result;
+        if (result != 0) return leave(result);
     }
     const int result = vtk_output(stream, pos, nbr_cells, cells, cell_types);
     close_file(stream);

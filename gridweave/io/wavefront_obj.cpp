@@ -60,6 +60,12 @@ std::string_view next_piece(std::string_view& text)
     return piece;
 }
 
+/// A stream keeps what is thrown inside of it, want of memory for one, and tells that it is bad.
+int outcome_of(const std::istream& in)
+{
+    return in.bad() ? out_of_memory : 0;
+}
+
 /// Reads numbers with the conversion of stream objects.
 int read_streamed_doubles(std::string_view text, record_numbers& numbers)
 {
@@ -69,7 +75,7 @@ int read_streamed_doubles(std::string_view text, record_numbers& numbers)
         numbers.count = 0;
         for (double value = 0.0; numbers.count < numbers.values.size() && in >> value; ++numbers.count)
             numbers.values[numbers.count] = value;
-        return 0;
+        return outcome_of(in);
     }
     catch (...)
     {
@@ -139,7 +145,7 @@ int read_streamed_face_index(std::istringstream& in, unsigned place, face_indice
     if (!in.get(c) || c == '/') return 0;
     in.putback(c);
     int index = 0;
-    if (!(in >> index)) return 0;
+    if (!(in >> index)) return outcome_of(in);
     face.add(place, index);
     return !in.get(c) || c == '/' ? 0 : malformed;
 }
@@ -155,7 +161,7 @@ int read_streamed_face(std::string_view text, face_indices& face)
             for (unsigned place = 0; place < 3; ++place)
                 if (const int status = read_streamed_face_index(in, place, face); status != 0) return status;
         }
-        return 0;
+        return outcome_of(corners);
     }
     catch (...)
     {

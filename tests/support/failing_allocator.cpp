@@ -31,13 +31,7 @@ namespace tq4
 void* __vector_num_alloc(std::size_t bytes) noexcept
 {
     ++mine.calls;
-    if (mine.countdown != 0 && --mine.countdown == 0) mine.failing = true;
-    if (mine.failing)
-    {
-        mine.failed = true;
-        if (mine.only_once) mine.failing = false;
-        return nullptr;
-    }
+    if (test::refuse_allocation()) return nullptr;
     // A product that comes out enormous by design must fail, not occupy the machine.
     if (bytes > (std::size_t{1} << 36)) return nullptr;
     void* p = std::calloc((bytes ? bytes : 1) + mine.misalignment, 1);
@@ -65,6 +59,15 @@ void __vector_num_free(void* p) noexcept
 
 namespace test
 {
+
+bool refuse_allocation()
+{
+    if (mine.countdown != 0 && --mine.countdown == 0) mine.failing = true;
+    if (!mine.failing) return false;
+    mine.failed = true;
+    if (mine.only_once) mine.failing = false;
+    return true;
+}
 
 failing_allocation::failing_allocation(unsigned n, bool only_once)
 {

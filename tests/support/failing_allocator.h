@@ -21,6 +21,10 @@ public:
     bool has_failed() const;
 };
 
+/// Counts an allocation of another kind with those of numeric storage, and tells whether it is to fail: for programs that replace more than
+/// the two functions.
+bool refuse_allocation();
+
 /// While it lives, numeric storage allocated on this thread starts `bytes` (1 to 15) behind an aligned address.
 class misaligned_allocation
 {

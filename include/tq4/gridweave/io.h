@@ -10,7 +10,8 @@
 ///     from its first byte; a write that fails in the middle leaves a partial file.
 ///   - A connectivity range [first, last) of matrices with one `element_type` each in `kinds` is one mesh. A mixed kind whose matrix has
 ///     the rows of a plain kind is that plain kind (see `element_type`).
-///   - Numbers are written and read under the locale that the host has set; the library sets none.
+///   - Numbers are written and read under the locale that the host has set; the library sets none. Under a C++ locale of the host's own
+///     they go through stream objects; where memory runs out in these, a write has failed (-1), and a reader returns -199.
 ///
 /// The codes of the writers, where a function does not say otherwise: -1 the file cannot be opened or a write failed, -2 illegal rows of
 /// `pos`, -3 a connectivity that `check_IDs` refuses for its kind, -4 `last` before `first`, -5 `kinds` does not fit the range, -199 out
