@@ -2,6 +2,7 @@
 
 // Files for tests: a temporary file that goes with its object, and what is in a file.
 
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -34,7 +35,7 @@ class temporary_file
 public:
     explicit temporary_file(const char* extension = ".txt")
     {
-        static unsigned count = 0;
+        static std::atomic<unsigned> count{0};
         path_ = scratch_folder() / ("gridweave_" + std::to_string(getpid()) + "_" + std::to_string(count++) + extension);
     }
     temporary_file(std::string_view content, const char* extension) : temporary_file(extension) { write(content); }
