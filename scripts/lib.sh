@@ -37,6 +37,7 @@ has()
     libmetis-dev) compiles '#include <metis.h>' -lmetis ;;
     libopenmesh-dev) compiles '#include <OpenMesh/Core/System/config.h>' ;;
     libboost-dev) compiles '#include <boost/version.hpp>' ;;
+    locales) [[ -e /usr/share/i18n/locales/de_DE ]] ;;
     python3-vtk9) /usr/bin/python3 -c 'import vtkmodules' ;;
     python3-meshio) /usr/bin/python3 -c 'import meshio' ;;
     libclang-rt-dev) [[ -f $(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-$(uname -m).a ]] ;;

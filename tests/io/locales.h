@@ -3,20 +3,28 @@
 // Locales for tests of text and numbers.
 
 #include <clocale>
+#include <cstdlib>
 #include <locale>
 #include <string>
+
+#if !defined(GRIDWEAVE_TEST_LOCALES)
+#define GRIDWEAVE_TEST_LOCALES ""
+#endif
 
 namespace tq4::test
 {
 
-/// Sets a locale of the C library with a decimal comma while it lives; not every machine has one.
+/// Sets a locale of the C library with a decimal comma while it lives: one of the machine's or, where it has none, the one that the build
+/// makes if it can.
 class comma_locale
 {
 public:
     comma_locale()
     {
-        for (const char* const name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE", "fr_FR"})
-            if (!found_) found_ = std::setlocale(LC_NUMERIC, name) != nullptr;
+        find();
+        if (found_ || setenv("LOCPATH", GRIDWEAVE_TEST_LOCALES, 1) != 0) return;
+        find();
+        unsetenv("LOCPATH");
     }
     ~comma_locale() { std::setlocale(LC_NUMERIC, "C"); }
 
@@ -26,6 +34,12 @@ public:
     bool found() const { return found_; }
 
 private:
+    void find()
+    {
+        for (const char* const name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE", "fr_FR"})
+            if (!found_) found_ = std::setlocale(LC_NUMERIC, name) != nullptr;
+    }
+
     bool found_ = false;
 };
 

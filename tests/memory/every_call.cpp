@@ -435,9 +435,10 @@ std::vector<exported_call> search_calls()
         fails(
             "reinit, listed", [](args& a) { return a.detector.reinit(*a.coords, a.ids); }, without_nodes(&args::detector)),
         fails(
-            "reinit, of elements", [](args& a) { return a.detector.reinit(*a.coords, a.connectivity); }, replaced(&args::detector)),
+            "reinit, of elements", [](args& a) { return a.detector.reinit(*a.coords, a.connectivity); }, without_nodes(&args::detector)),
         fails(
-            "reinit, of a range", [](args& a) { return a.detector.reinit(*a.coords, a.first(), a.last()); }, replaced(&args::detector)),
+            "reinit, of a range", [](args& a) { return a.detector.reinit(*a.coords, a.first(), a.last()); },
+            without_nodes(&args::detector)),
         does_less("insert, listed", [](args& a) { return a.detector.insert(a.targets); }),
         does_less("insert, of elements", [](args& a) { return a.detector.insert(a.other); }),
         quiet("find_closest, plane", [](args& a) { return a.detector.find_closest(x2); }),
