@@ -1,5 +1,7 @@
 #include "harness.h"
 
+#include "limits.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -170,7 +172,25 @@ bool table::print() const
         for (const auto& [of, count] : row.counts)
             std::printf("- %s: %.3g million %s, %.0f ns each.\n", row.description.name.c_str(), 1e-6 * count, of.c_str(),
                         1e9 * row.contenders[0].median() / count);
+    if (options_.with_limits) print_limits();
     return all_equal;
+}
+
+void table::print_limits() const
+{
+    std::puts("");
+    print_prices();
+    std::puts("");
+    std::puts("| Row | At least, per item | Limit, s | Ours / limit |");
+    std::puts("|---|---|---|---|");
+    for (const row_result& row : rows_)
+    {
+        const limit at_best = limit_of(row.description.name, row.description.items, row.counts);
+        const double ours = row.contenders[0].median();
+        if (!at_best.work.empty() && at_best.seconds > 0)
+            std::printf("| %s | %s | %s | %.1f |\n", row.description.name.c_str(), at_best.work.c_str(), number(at_best.seconds).c_str(),
+                        ours / at_best.seconds);
+    }
 }
 
 } // namespace bench

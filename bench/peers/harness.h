@@ -78,11 +78,12 @@ struct row_result
 
 struct options
 {
+    bool with_limits = false; ///< say how fast each job could be at best
     double items = 1e6;
     unsigned repetitions = 3;
     std::string filter; ///< rows whose name has this in it
     bool with_peers = true;
-    double row_budget = 20; ///< seconds after which a row is repeated no more
+    double row_budget = 15; ///< seconds after which a row is repeated no more
     std::string csv;        ///< a file to which every figure is appended
 };
 
@@ -100,6 +101,8 @@ public:
     bool print() const;
 
 private:
+    void print_limits() const;
+
     options options_;
     std::vector<row_result> rows_;
 };

@@ -1,9 +1,9 @@
 // Prints the table of our calls beside their peers.
 //
-//   peers [--items N] [--repetitions N] [--rows TEXT] [--ours] [--csv FILE]
+//   peers [--items N] [--repetitions N] [--rows TEXT] [--ours] [--limits] [--csv FILE]
 //
-// `--rows` chooses the rows with the text in their names; `--ours` leaves the peers out; `--csv` appends every figure to a file. The result
-// is 1 where a peer's results are not ours.
+// `--rows` chooses the rows with the text in their names; `--ours` leaves the peers out; `--limits` adds how fast each job could be at
+// best; `--csv` appends every figure to a file. The result is 1 where a peer's results are not ours.
 
 #include <cstdio>
 #include <cstdlib>
@@ -23,6 +23,8 @@ int main(int argc, char** argv)
         const auto is = [&](const char* name) { return std::strcmp(argv[k], name) == 0; };
         if (is("--ours"))
             chosen.with_peers = false;
+        else if (is("--limits"))
+            chosen.with_limits = true;
         else if (k + 1 < argc && is("--items"))
             chosen.items = std::atof(argv[++k]);
         else if (k + 1 < argc && is("--repetitions"))
@@ -33,7 +35,7 @@ int main(int argc, char** argv)
             chosen.csv = argv[++k];
         else
         {
-            std::fprintf(stderr, "usage: %s [--items N] [--repetitions N] [--rows TEXT] [--ours] [--csv FILE]\n", argv[0]);
+            std::fprintf(stderr, "usage: %s [--items N] [--repetitions N] [--rows TEXT] [--ours] [--limits] [--csv FILE]\n", argv[0]);
             return 2;
         }
     }
