@@ -41,6 +41,131 @@ bool are_distinct(const dense1D<unsigned>& ids, unsigned upper)
 
 } // namespace
 
+/// The first records of a large tree, small enough for the cache, and its empty places, to which all later nodes can be sent at once.
+template <unsigned D>
+class guide_tree
+{
+public:
+    struct empty_place
+    {
+        unsigned parent;
+        unsigned level; ///< depth of what will stand there
+        bool is_left;
+    };
+
+    guide_tree(const double* base, std::size_t step) : base_(base), step_(step) {}
+
+    bool reserve(unsigned count) { return guides_.resize(2 * count + 1) && places_.resize(count + 1); }
+
+    /// Inserts the first `count` nodes of the order one by one. False when they make a long chain.
+    bool plant(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, unsigned count)
+    {
+        count_ = count;
+        guides_[0] = {coordinates_of(natural[order[0]])[0], {count, count}};
+        for (unsigned i = 1; i < count; ++i)
+        {
+            const double* x = coordinates_of(natural[order[i]]);
+            unsigned axis = 0;
+            unsigned level = 1;
+            unsigned* way = nullptr;
+            for (unsigned at = 0; at < count; at = *way)
+            {
+                way = &guides_[at].next[x[axis] < guides_[at].t];
+                axis = axis + 1 == D ? 0 : axis + 1;
+                ++level;
+            }
+            if (level > most_levels) return false;
+            *way = i;
+            guides_[i] = {x[axis], {count, count}};
+            height_ = std::max(height_, level);
+        }
+        return true;
+    }
+
+    /// Numbers the empty places, neighbours close to each other, and calls `link(parent, is_left, child)` for all pairs of records.
+    template <class Link>
+    void number_places(Link&& link)
+    {
+        unsigned nbr_places = 0;
+        empty_place waiting[most_levels + 1]; // records here, by their parents
+        unsigned nbr_waiting = 0;
+        const auto go_on_from = [&](unsigned at, unsigned level) {
+            for (const bool is_left : {false, true})
+            {
+                if (guides_[at].next[is_left] != count_)
+                {
+                    waiting[nbr_waiting++] = {at, level + 1, is_left};
+                    continue;
+                }
+                // An empty place leads to itself, so that nodes that arrived stay while others are still on their way.
+                const unsigned own = count_ + nbr_places;
+                guides_[own] = {0.0, {own, own}};
+                guides_[at].next[is_left] = own;
+                places_[nbr_places++] = {at, level, is_left};
+            }
+        };
+        go_on_from(0, 1);
+        while (nbr_waiting != 0)
+        {
+            const empty_place from = waiting[--nbr_waiting];
+            const unsigned child = guides_[from.parent].next[from.is_left];
+            link(from.parent, from.is_left, child);
+            go_on_from(child, from.level);
+        }
+    }
+
+    /// Finds the place that each node arrives at. In the order of the list, which is mostly the order of memory, and several walks side by
+    /// side, which hide each other's latency.
+    void send(const dense1D<unsigned>& natural, dense1D<unsigned>& arrival) const
+    {
+        constexpr unsigned lanes = 8;
+        unsigned first = 0;
+        for (; natural.size - first >= lanes; first += lanes) send_together<lanes>(natural.data() + first, arrival.data() + first);
+        for (; first < natural.size; ++first) send_together<1>(natural.data() + first, arrival.data() + first);
+    }
+
+    const empty_place& place(unsigned p) const { return places_[p]; }
+    unsigned height() const { return height_; }
+
+private:
+    static constexpr unsigned most_levels = 64;
+
+    struct guide
+    {
+        double t;         ///< coordinate on the axis of the record
+        unsigned next[2]; ///< right, left: a record, or count + place
+    };
+
+    const double* coordinates_of(unsigned node) const { return base_ + step_ * node; }
+
+    template <unsigned Lanes>
+    void send_together(const unsigned* nodes, unsigned* arrival) const
+    {
+        const guide* const guides = guides_.data();
+        const double* x[Lanes];
+        unsigned at[Lanes] = {};
+        for (unsigned l = 0; l < Lanes; ++l) x[l] = coordinates_of(nodes[l]);
+        unsigned lowest = 0;
+        for (unsigned axis = 0; lowest < count_; axis = axis + 1 == D ? 0 : axis + 1)
+        {
+            lowest = none_index;
+            for (unsigned l = 0; l < Lanes; ++l)
+            {
+                at[l] = guides[at[l]].next[x[l][axis] < guides[at[l]].t];
+                lowest = std::min(lowest, at[l]);
+            }
+        }
+        for (unsigned l = 0; l < Lanes; ++l) arrival[l] = at[l] - count_;
+    }
+
+    const double* base_;
+    std::size_t step_;
+    unsigned count_ = 0;
+    unsigned height_ = 1;
+    dense1D<guide> guides_; ///< records, then empty places
+    dense1D<empty_place> places_;
+};
+
 /// Inserts a whole list into a tree: same links as one by one, without a walk from the root per node. What arrives at a record, or at an
 /// empty place, is a set of nodes in insertion order; the record (or the first of the set, as a new record) splits it in two, stably.
 ///
@@ -54,7 +179,11 @@ public:
     using link = typename tree::link;
 
     explicit tree_growth(tree& grown)
-        : tree_(grown), base_(grown.coords_->data()), step_(grown.coords_->ld), former_size_(grown.nodes_.size)
+        : tree_(grown),
+          base_(grown.coords_->data()),
+          step_(grown.coords_->ld),
+          is_first_(grown.nodes_.empty()),
+          next_record_(grown.nodes_.size)
     {
     }
 
@@ -128,9 +257,12 @@ private:
         return e;
     }
 
+    void set_record(unsigned r, unsigned node);
     unsigned add_record(unsigned node, unsigned parent, bool is_left);
+    unsigned take_run(unsigned count);
     unsigned split(const batch& set, unsigned axis, double t);
     void divide(batch& here, batch_stack& waiting, unsigned parent, unsigned axis, double t);
+    bool gather_clusters();
     void build(batch here);
     void build_run(const batch& set);
     void route(bool& refused_last, unsigned last_node);
@@ -139,7 +271,9 @@ private:
     tree& tree_;
     const double* base_;
     std::size_t step_;
-    unsigned former_size_;
+    bool is_first_; ///< the tree was empty, so each element becomes a record
+    unsigned next_record_;
+    unsigned runs_begin_ = 0; ///< of a first list: its runs fill the records from the end, so that all others stand close together
     unsigned deepest_ = 0;
     dense1D<element> elements_;
     dense1D<element> lefts_; ///< scratch of `split`
@@ -147,11 +281,28 @@ private:
 };
 
 template <unsigned D>
+void tree_growth<D>::set_record(unsigned r, unsigned node)
+{
+    tree_.nodes_[r] = node;
+    tree_.children_[r] = {tree::no_child, tree::no_child};
+}
+
+template <unsigned D>
 unsigned tree_growth<D>::add_record(unsigned node, unsigned parent, bool is_left)
 {
-    const unsigned r = tree_.append(node);
-    tree_.way_to_child(parent, is_left) = {r, node};
+    const unsigned r = next_record_++;
+    set_record(r, node);
+    tree_.way_to_child(parent, is_left) = {r};
     return r;
+}
+
+/// Consecutive records. The result is the first of them.
+template <unsigned D>
+unsigned tree_growth<D>::take_run(unsigned count)
+{
+    if (is_first_) return runs_begin_ -= count;
+    next_record_ += count;
+    return next_record_ - count;
 }
 
 /// Brings the elements below `t` behind the others, each part in its order. The result is the number of the others.
@@ -220,8 +371,10 @@ template <unsigned D>
 void tree_growth<D>::build_run(const batch& set)
 {
     const element* const e = elements_.data() + set.begin;
-    const unsigned root = add_record(e[0].node, set.parent, set.is_left);
-    for (unsigned i = 1; i < set.count; ++i) tree_.append(e[i].node);
+    const unsigned root = take_run(set.count);
+    for (unsigned i = 0; i < set.count; ++i) set_record(root + i, e[i].node);
+    link& way_to_root = tree_.way_to_child(set.parent, set.is_left);
+    way_to_root = {root};
 
     typename tree::children* const run = tree_.children_.data() + root;
     unsigned height = 1;
@@ -237,10 +390,10 @@ void tree_growth<D>::build_run(const batch& set)
             ++level;
             if (!way.exists())
             {
-                way = {root + i, e[i].node};
+                way = {root + i};
                 break;
             }
-            at = way.at - root;
+            at = way.record() - root;
         }
         height = std::max(height, level);
     }
@@ -248,8 +401,8 @@ void tree_growth<D>::build_run(const batch& set)
 
     // A run of one or two saves nothing.
     if (set.count < 3) return;
-    tree_.run_length_[root] = static_cast<char>(set.count);
-    tree_.way_to_child(set.parent, set.is_left).at |= tree::run_mark;
+    way_to_root.mark_run();
+    tree_.nodes_[root + set.count - 1] |= tree::last_mark;
 }
 
 /// Sends all elements through the records of a tree that has some, and builds below its empty places. Elements that meet their own record
@@ -261,7 +414,7 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
     batch_stack waiting;
     unsigned at = 0;
     // Something may be linked below what the set passes, which is no run then.
-    tree_.root_.at &= ~tree::run_mark;
+    tree_.root_.unmark_run();
     for (;;)
     {
         // The stretch of records that send the whole set right, up to one that divides it or has no right child.
@@ -270,13 +423,13 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
         double t = 0;
         for (;;)
         {
-            met_.set(tree_.nodes_[at]);
+            met_.set(tree_.node_at(at));
             axis = here.level % D;
-            t = base_[step_ * tree_.nodes_[at] + axis];
+            t = base_[step_ * tree_.node_at(at) + axis];
             link& right = tree_.children_[at][tree::right_way];
             if (here.floor[axis] < t || !right.exists()) break;
-            right.at &= ~tree::run_mark;
-            at = right.at;
+            right.unmark_run();
+            at = right.record();
             ++here.level;
         }
 
@@ -291,8 +444,8 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
                 all[kept++] = all[i];
         }
         here.count = kept;
-        for (unsigned r = stretch; r != at; r = tree_.children_[r][tree::right_way].at) met_.clear(tree_.nodes_[r]);
-        met_.clear(tree_.nodes_[at]);
+        for (unsigned r = stretch; r != at; r = tree_.children_[r][tree::right_way].record()) met_.clear(tree_.node_at(r));
+        met_.clear(tree_.node_at(at));
 
         divide(here, waiting, at, axis, t);
         bool arrives = false;
@@ -302,8 +455,8 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
             arrives = way.exists();
             if (arrives)
             {
-                way.at &= ~tree::run_mark;
-                at = way.at;
+                way.unmark_run();
+                at = way.record();
             }
             else
                 build(here);
@@ -312,142 +465,39 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
     }
 }
 
-/// Builds a large tree: the first nodes make a small tree that stays in the cache, all others are sent through it at once, and what arrives
-/// at each of its empty places is built by itself. `done` comes out false when the first nodes make no good tree (a long chain).
+/// Builds a large tree: the first nodes make a small tree that stays in the cache, all others are sent through it, and what arrives at each
+/// of its empty places is built by itself. `done` comes out false when the first nodes make no good tree.
 template <unsigned D>
 bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, bool& done)
 {
     constexpr unsigned nodes_per_bucket = 512;
     constexpr unsigned most_buckets = 4096;
-    constexpr unsigned too_deep = 64;
-    constexpr unsigned lanes = 8; // walks that run side by side to hide each other's latency
-
-    struct guide
-    {
-        double t;
-        unsigned next[2]; ///< right (or equal or not comparable), left
-    };
-    struct empty_place
-    {
-        unsigned parent;
-        unsigned level;
-        bool is_left;
-    };
 
     done = false;
     const unsigned count = natural.size;
     const unsigned top = std::min(count / nodes_per_bucket, most_buckets);
     if (top < 16) return true;
 
-    dense1D<guide> guides;
-    dense1D<empty_place> places;
-    if (!guides.resize(2 * top + 1) || !places.resize(top + 1)) return false;
+    guide_tree<D> guides(base_, step_);
+    if (!guides.reserve(top)) return false;
+    if (!guides.plant(natural, order, top)) return true;
+    deepest_ = std::max(deepest_, guides.height());
 
-    // The top by plain insertion. An empty place is a guide that leads to itself; place p is guide top + p.
-    guides[0] = {base_[step_ * natural[order[0]]], {top, top}};
-    unsigned height = 1;
-    for (unsigned i = 1; i < top; ++i)
-    {
-        const double* x = base_ + step_ * natural[order[i]];
-        unsigned axis = 0;
-        unsigned level = 1;
-        unsigned at = 0;
-        for (;;)
-        {
-            unsigned& child = guides[at].next[x[axis] < guides[at].t];
-            axis = tree::next_axis(axis);
-            ++level;
-            if (child == top)
-            {
-                child = i;
-                break;
-            }
-            at = child;
-        }
-        if (level > too_deep) return true;
-        height = std::max(height, level);
-        guides[i] = {x[axis], {top, top}};
-    }
+    for (; next_record_ < top; ++next_record_) set_record(next_record_, natural[order[next_record_]]);
+    tree_.root_ = {0};
+    guides.number_places([&](unsigned parent, bool is_left, unsigned r) { tree_.way_to_child(parent, is_left) = {r}; });
 
-    // Number the empty places in the order of a search and link the top records.
-    for (unsigned i = 0; i < top; ++i) tree_.append(natural[order[i]]);
-    tree_.root_ = {0, tree_.nodes_[0]};
-    unsigned nbr_places = 0;
-    struct visit
-    {
-        unsigned at;
-        unsigned level;
-    };
-    visit waiting[too_deep + 1];
-    unsigned nbr_waiting = 0;
-    waiting[nbr_waiting++] = {0, 1};
-    while (nbr_waiting != 0)
-    {
-        const visit v = waiting[--nbr_waiting];
-        for (const bool is_left : {false, true})
-        {
-            unsigned& next = guides[v.at].next[is_left];
-            if (next == top)
-            {
-                places[nbr_places] = {v.at, v.level, is_left};
-                next = top + nbr_places++;
-                guides[next] = {0.0, {next, next}};
-            }
-            else
-            {
-                tree_.way_to_child(v.at, is_left) = {next, tree_.nodes_[next]};
-                waiting[nbr_waiting++] = {next, v.level + 1};
-            }
-        }
-    }
-    deepest_ = std::max(deepest_, height);
-
-    // Send all nodes down, in the order of the list, which is mostly the order of memory.
+    // What arrives at each place, in the order of insertion.
     dense1D<unsigned> arrival;
-    if (!arrival.resize(count)) return false;
-    const guide* const table = guides.data();
-    unsigned first = 0;
-    for (; first + lanes <= count; first += lanes)
-    {
-        const double* x[lanes];
-        unsigned at[lanes] = {};
-        for (unsigned l = 0; l < lanes; ++l) x[l] = base_ + step_ * natural[first + l];
-        unsigned lowest = 0;
-        for (unsigned axis = 0; lowest < top; axis = tree::next_axis(axis))
-        {
-            lowest = none_index;
-            for (unsigned l = 0; l < lanes; ++l)
-            {
-                at[l] = table[at[l]].next[x[l][axis] < table[at[l]].t];
-                lowest = std::min(lowest, at[l]);
-            }
-        }
-        for (unsigned l = 0; l < lanes; ++l) arrival[first + l] = at[l] - top;
-    }
-    for (; first < count; ++first)
-    {
-        const double* x = base_ + step_ * natural[first];
-        unsigned at = 0;
-        for (unsigned axis = 0; at < top; axis = tree::next_axis(axis)) at = table[at].next[x[axis] < table[at].t];
-        arrival[first] = at - top;
-    }
-
-    // Gather what arrived at each place, in insertion order.
     dense1D<unsigned> starts;
     dense1D<unsigned> gathered;
-    if (!starts.resize(nbr_places + 1, 0) || !gathered.resize(count - top)) return false;
+    const unsigned nbr_places = top + 1;
+    if (!arrival.resize(count) || !starts.resize(nbr_places + 1, 0) || !gathered.resize(count - top)) return false;
+    guides.send(natural, arrival);
     for (unsigned i = top; i < count; ++i) ++starts[arrival[order[i]] + 1];
-    unsigned largest = 0;
-    for (unsigned p = 0; p < nbr_places; ++p)
-    {
-        largest = std::max(largest, starts[p + 1]);
-        starts[p + 1] += starts[p];
-    }
-    for (unsigned i = top; i < count; ++i)
-    {
-        const unsigned position = order[i];
-        gathered[starts[arrival[position]]++] = natural[position];
-    }
+    const unsigned largest = *std::max_element(starts.begin(), starts.end());
+    for (unsigned p = 0; p < nbr_places; ++p) starts[p + 1] += starts[p];
+    for (unsigned i = top; i < count; ++i) gathered[starts[arrival[order[i]]]++] = natural[order[i]];
 
     if (!elements_.resize(largest) || !lefts_.resize(largest)) return false;
     unsigned begin = 0;
@@ -456,9 +506,9 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
         batch arrived = everything(starts[p] - begin);
         for (unsigned i = 0; i < arrived.count; ++i) elements_[i] = element_of(gathered[begin + i]);
         begin = starts[p];
-        arrived.parent = places[p].parent;
-        arrived.is_left = places[p].is_left;
-        arrived.level = places[p].level;
+        arrived.parent = guides.place(p).parent;
+        arrived.is_left = guides.place(p).is_left;
+        arrived.level = guides.place(p).level;
         if (arrived.count != 0) build(arrived);
     }
     done = true;
@@ -471,22 +521,78 @@ bool tree_growth<D>::insert(const dense1D<unsigned>& natural, const dense1D<unsi
     refused_last = false;
     if (!tree_.reserve(natural.size)) return false;
 
-    if (former_size_ == 0)
+    bool done = false;
+    runs_begin_ = natural.size;
+    if (is_first_ && !build_in_buckets(natural, order, done)) return false;
+    if (!done)
     {
-        bool done = false;
-        if (!build_in_buckets(natural, order, done)) return false;
-        if (done) return true;
+        if (!elements_.resize(natural.size) || !lefts_.resize(natural.size)) return false;
+        for (unsigned i = 0; i < natural.size; ++i) elements_[i] = element_of(natural[order[i]]);
+        if (is_first_)
+            build(everything(natural.size));
+        else
+        {
+            if (!met_.reset(std::max(tree_.coords_->cols, tree_.largest_node_ + 1))) return false;
+            route(refused_last, natural[order[natural.size - 1]]);
+        }
+    }
+    if (is_first_ && !gather_clusters()) return false;
+
+    // A first list fills the records from both ends.
+    const unsigned size = is_first_ ? natural.size : next_record_;
+    tree_.nodes_.size = tree_.children_.size = size;
+    return true;
+}
+
+/// Brings the records above the runs of a first list into clusters. False when memory runs out.
+template <unsigned D>
+bool tree_growth<D>::gather_clusters()
+{
+    constexpr unsigned largest_cluster = 12;
+
+    const unsigned count = next_record_;
+    dense1D<unsigned> former;  // records in their new order
+    dense1D<unsigned> places;  // of the former records
+    dense1D<unsigned> waiting; // roots of clusters to come
+    dense1D<unsigned> nodes;
+    dense1D<typename tree::children> all_children;
+    if (count == 0) return true;
+    if (!former.reserve(count, 1) || !places.resize(count) || !waiting.reserve(count, 1)) return false;
+    if (!nodes.resize(count) || !all_children.resize(count)) return false;
+
+    waiting.push_back(0);
+    while (!waiting.empty())
+    {
+        const unsigned begin = former.size;
+        former.push_back(waiting[--waiting.size]);
+        for (unsigned i = begin; i < former.size; ++i)
+        {
+            places[former[i]] = i;
+            nodes[i] = tree_.nodes_[former[i]];
+            for (const link& child : tree_.children_[former[i]])
+            {
+                if (!child.exists() || child.record() >= count) continue;
+                dense1D<unsigned>& list = former.size - begin < largest_cluster ? former : waiting;
+                list.push_back(child.record());
+            }
+        }
+        nodes[former.size - 1] |= tree::last_mark;
     }
 
-    if (!elements_.resize(natural.size) || !lefts_.resize(natural.size)) return false;
-    for (unsigned i = 0; i < natural.size; ++i) elements_[i] = element_of(natural[order[i]]);
-    if (former_size_ == 0)
-        build(everything(natural.size));
-    else
+    for (unsigned i = 0; i < count; ++i)
     {
-        if (!met_.reset(std::max(tree_.coords_->cols, tree_.largest_node_ + 1))) return false;
-        route(refused_last, natural[order[natural.size - 1]]);
+        all_children[i] = tree_.children_[former[i]];
+        for (link& child : all_children[i])
+        {
+            if (!child.exists() || child.record() >= count) continue;
+            const unsigned place = places[child.record()];
+            child.move_to(place);
+            if ((nodes[place - 1] & tree::last_mark) != 0) child.mark_group();
+        }
     }
+    tree_.root_.mark_group();
+    std::copy_n(nodes.data(), count, tree_.nodes_.data());
+    std::copy_n(all_children.data(), count, tree_.children_.data());
     return true;
 }
 
@@ -495,12 +601,10 @@ bool node_tree<D>::copy(const node_tree& other)
 {
     dense1D<unsigned> nodes;
     dense1D<children> copied;
-    dense1D<char> run_length;
-    if (!nodes.copy(other.nodes_) || !copied.copy(other.children_) || !run_length.copy(other.run_length_)) return false;
+    if (!nodes.copy(other.nodes_) || !copied.copy(other.children_)) return false;
     if (!parents_.copy(other.parents_)) return false;
     nodes_ = std::move(nodes);
     children_ = std::move(copied);
-    run_length_ = std::move(run_length);
     coords_ = other.coords_;
     root_ = other.root_;
     deepest_ = other.deepest_;
@@ -518,7 +622,7 @@ bool node_tree<D>::reserve(unsigned count)
     const auto size = static_cast<unsigned>(wanted);
     // Exact for a first list, doubling for later ones.
     const unsigned factor = nodes_.empty() ? 1 : 2;
-    return nodes_.reserve(size, factor) && children_.reserve(size, factor) && run_length_.reserve(size, factor);
+    return nodes_.reserve(size, factor) && children_.reserve(size, factor);
 }
 
 /// Takes a record that room was made for. Its place in the tree is the caller's to link.
@@ -527,7 +631,6 @@ unsigned node_tree<D>::append(unsigned node)
 {
     const unsigned r = nodes_.size++;
     ++children_.size;
-    ++run_length_.size;
     nodes_[r] = node;
     children_[r] = {no_child, no_child};
     return r;
@@ -560,7 +663,7 @@ void node_tree<D>::unlink_from(unsigned former_size)
     const auto forget = [&](link& way) {
         if (way.exists() && way.record() >= former_size) way = no_child;
     };
-    nodes_.size = children_.size = run_length_.size = former_size;
+    nodes_.size = children_.size = former_size;
     parents_.size = std::min(parents_.size, former_size);
     forget(root_);
     for (children& ways : children_)
@@ -583,24 +686,25 @@ bool node_tree<D>::insert_one(unsigned id, unsigned& added)
     unsigned level = 1;
     while (way->exists())
     {
-        if (way->node == id)
+        const unsigned node = node_at(way->record());
+        if (node == id)
         {
             spare_ = true;
             return true;
         }
         if (way->is_run()) way_to_run = way;
         parent = way->record();
-        way = &way_to_child(parent, x[axis] < coords_->column(way->node)[axis]);
+        way = &way_to_child(parent, x[axis] < coords_->column(node)[axis]);
         axis = next_axis(axis);
         ++level;
     }
 
     // Making room moves the links.
     const bool is_left = parent != none_index && way == &children_[parent][left_way];
-    if (way_to_run) way_to_run->at &= ~run_mark;
+    if (way_to_run) way_to_run->unmark_run();
     if (!reserve(1)) return false;
     const unsigned r = append(id);
-    way_to_child(parent, is_left) = {r, id};
+    way_to_child(parent, is_left) = {r};
     if (parents_.size != 0)
     {
         parents_.push_back(parent);
@@ -624,6 +728,7 @@ bool node_tree<D>::insert(const dense1D<unsigned>& ids, unsigned& added)
 
     added = 0;
     if (coords_->rows < D) return true;
+    if (coords_->cols > last_mark) return false;
     if (!nodes_.empty() && !is_readable()) return true;
 
     const unsigned former_size = nodes_.size;
@@ -705,14 +810,6 @@ double squared_distance(const double* x, const vector_fixed<double, D>& p)
 
 } // namespace
 
-template <unsigned D>
-struct node_tree<D>::candidate
-{
-    unsigned node = none_index;
-    double squared = std::numeric_limits<double>::max();
-    double distance = std::numeric_limits<double>::max();
-};
-
 /// One query. The way that an insertion of the point would take gives a bound; the search proper then goes through the whole tree: a
 /// record, its right subtree, its left subtree, each subtree only where its half space comes within the best distance.
 ///
@@ -723,13 +820,7 @@ template <unsigned D>
 class node_tree<D>::closest_search
 {
 public:
-    closest_search(const node_tree& tree, const point& p, unsigned excluded)
-        : tree_(tree),
-          all_children_(tree.children_.data()),
-          base_(tree.coords_->data()),
-          step_(tree.coords_->ld),
-          p_(p),
-          excluded_(excluded)
+    closest_search(const node_tree& tree, const point& p, unsigned excluded) : tree_(tree), reader_(tree.open()), p_(p), excluded_(excluded)
     {
     }
 
@@ -738,43 +829,36 @@ public:
         if (tree_.deepest_ > stack_depth)
         {
             descend<false>();
-            if (best_.squared != 0.0) search({tree_.root_, 0, 0.0}, climber(tree_, right_way));
-            return best_.node;
+            if (best_squared_ != 0.0) search_by_climbing();
+            return best_;
         }
         descend<true>();
-        if (best_.squared != 0.0) search_beside_the_way();
-        return best_.node;
+        if (best_squared_ != 0.0) search_beside_the_way();
+        return best_;
     }
 
 private:
-    /// A record on the way: the child that the way does not take, and the coordinate less that of the point.
-    struct fork
+    /// A subtree and how far its half space is from the point, along the axis of its parent; negative or NaN for one that is entered
+    /// anyway.
+    struct subtree
     {
-        link other;
-        bool went_left;
-        double e;
+        link to;
+        unsigned axis;
+        double gap;
     };
 
-    const double* coordinates_of(unsigned node) const { return base_ + step_ * node; }
-
-    void ask_for(const link& to) const
+    bool take_if_closer(unsigned node, const double* x)
     {
-        if (!to.exists()) return;
-        __builtin_prefetch(all_children_ + to.record());
-        __builtin_prefetch(coordinates_of(to.node));
-    }
-
-    void take_if_closer(unsigned node, const double* x)
-    {
-        if (node == excluded_) return;
         const double squared = squared_distance<D>(x, p_);
-        if (!(squared < best_.squared)) return;
-        best_.node = node;
-        best_.squared = squared;
+        if (!(squared < best_squared_) || node == excluded_) return false;
+        best_ = node;
+        best_squared_ = squared;
+        return true;
     }
 
-    /// Goes the way of an insertion. With `Notes` it keeps the forks and where the search ends: before a run, which is searched as a whole,
-    /// and behind a record with a NaN coordinate, which hides its right subtree from the search and with it the rest of the way.
+    /// Goes the way of an insertion. With `Notes` it keeps the subtrees beside the way, and where the search ends: before a run, which is
+    /// searched as a whole, and behind a record with a NaN coordinate, which hides its right subtree from the search and with it the rest
+    /// of the way.
     template <bool Notes>
     void descend()
     {
@@ -787,127 +871,143 @@ private:
                 end_ = {to, axis, 0.0};
                 notes = false;
             }
-            const children& ways = all_children_[to.record()];
-            ask_for(ways[0]);
-            ask_for(ways[1]);
-            const double* x = coordinates_of(to.node);
-            take_if_closer(to.node, x);
-            if (best_.squared == 0.0) return;
+            reader_.ask_for_group(to);
+            const children& ways = reader_.ways_from(to);
+            reader_.ask_for(ways);
+            const unsigned node = reader_.node_at(to.record());
+            const double* x = reader_.coordinates_of(node);
+            if (take_if_closer(node, x) && best_squared_ == 0.0) return;
 
             const double e = x[axis] - p_[axis];
             const bool goes_left = p_[axis] < x[axis];
+            axis = next_axis(axis);
             if (notes)
             {
-                forks_[nbr_forks_++] = {ways[1 - goes_left], goes_left, e};
+                const link other = ways[1 - goes_left];
+                rights_[nbr_rights_] = {other, axis, e};
+                lefts_[nbr_lefts_] = {other, axis, -e};
+                nbr_rights_ += unsigned{goes_left} & unsigned{other.exists()};
+                nbr_lefts_ += unsigned{!goes_left} & unsigned{other.exists()};
                 notes = !std::isnan(e);
             }
             to = ways[goes_left];
-            axis = next_axis(axis);
         } while (to.exists());
-        if (best_.node != none_index) best_.distance = std::sqrt(best_.squared);
+        if (best_ != none_index) best_distance_ = std::sqrt(best_squared_);
     }
-
-    /// Whether the half space of the child that the way does not take comes within the best distance.
-    bool is_within_reach(const fork& f) const { return f.went_left ? f.e <= best_.distance : !(-f.e > best_.distance); }
 
     void search_beside_the_way()
     {
-        // What is out of reach now stays so. Without a branch: most forks are, at no predictable place.
-        unsigned char reached[stack_depth] = {};
-        unsigned nbr_reached = 0;
-        for (unsigned i = 0; i < nbr_forks_; ++i)
+        // All that is out of reach now stays so. No branch: which ones are is not predictable. The last on the stack comes first.
+        unsigned waiting = 0;
+        for (unsigned i = 0; i < nbr_lefts_; ++i)
         {
-            const fork& f = forks_[i];
-            reached[nbr_reached] = static_cast<unsigned char>(i);
-            nbr_reached += static_cast<unsigned>(is_within_reach(f)) & static_cast<unsigned>(f.other.exists());
+            stack_[waiting] = lefts_[i];
+            waiting += !(lefts_[i].gap > best_distance_);
         }
-
-        for (unsigned k = 0; k < nbr_reached; ++k)
+        if (end_.to.exists()) stack_[waiting++] = end_;
+        for (unsigned i = nbr_rights_; i-- > 0;)
         {
-            const fork& f = forks_[reached[k]];
-            if (f.went_left && is_within_reach(f) && !search({f.other, (reached[k] + 1u) % D, 0.0}, pending_stack())) return;
+            stack_[waiting] = rights_[i];
+            waiting += rights_[i].gap <= best_distance_;
         }
-        if (end_.to.exists() && !search(end_, pending_stack())) return;
-        for (unsigned k = nbr_reached; k-- > 0;)
-        {
-            const fork& f = forks_[reached[k]];
-            if (!f.went_left && is_within_reach(f) && !search({f.other, (reached[k] + 1u) % D, 0.0}, pending_stack())) return;
-        }
+        for (unsigned i = waiting; i-- > 0;) reader_.ask_for_group(stack_[i].to);
+        search(waiting);
     }
 
     /// True when a member of a run is closer than the best, whatever the planes between them say.
     bool has_closer(unsigned run) const
     {
-        const unsigned* const nodes = tree_.nodes_.data() + run;
-        const unsigned length = static_cast<unsigned char>(tree_.run_length_[run]);
         unsigned nbr_closer = 0;
-        for (unsigned i = 0; i < length; ++i) nbr_closer += squared_distance<D>(coordinates_of(nodes[i]), p_) < best_.squared;
-        return nbr_closer != 0;
+        for (const unsigned* member = reader_.nodes + run;; ++member)
+        {
+            const unsigned node = without_mark(*member);
+            nbr_closer += unsigned{squared_distance<D>(reader_.coordinates_of(node), p_) < best_squared_} & unsigned{node != excluded_};
+            if (*member != node) return nbr_closer != 0;
+        }
     }
 
-    /// Searches a subtree. False when there is nothing left to improve.
-    template <class Pending>
-    bool search(position here, Pending&& later)
+    /// Searches the subtrees on the stack.
+    void search(unsigned waiting)
     {
-        const auto go_on_later = [&] {
-            do
-                if (!later.resume(here)) return false;
-            while (p_[previous_axis(here.axis)] - here.parent_coordinate > best_.distance);
-            return true;
-        };
-
-        for (;;)
+        while (waiting != 0)
         {
-            // A run without a closer member changes nothing, so there is no need to walk it. One that has some is walked: the planes
-            // decide which of its members are met.
+            subtree here = stack_[--waiting];
+            if (here.gap > best_distance_) continue;
             if (here.to.is_run())
             {
-                here.to.at = here.to.record();
-                if (!has_closer(here.to.at))
-                {
-                    if (!go_on_later()) return true;
-                    continue;
-                }
+                // A run without a closer member changes nothing, so there is no need to walk it. One that has some is walked: the planes
+                // decide which of its members are met.
+                if (!has_closer(here.to.record())) continue;
             }
 
-            const children& ways = all_children_[here.to.at];
-            const double* x = coordinates_of(here.to.node);
-            const double former = best_.squared;
-            take_if_closer(here.to.node, x);
-            if (best_.squared < former)
+            const unsigned node = reader_.node_at(here.to.record());
+            const double* x = reader_.coordinates_of(node);
+            if (take_if_closer(node, x))
             {
-                best_.distance = std::sqrt(best_.squared);
-                if (best_.squared == 0.0) return false;
+                best_distance_ = std::sqrt(best_squared_);
+                if (best_squared_ == 0.0) return;
             }
+            const double e = x[here.axis] - p_[here.axis];
+            const unsigned axis = next_axis(here.axis);
+            const children& ways = reader_.ways_from(here.to);
+            if (ways[left_way].exists() && !(-e > best_distance_))
+            {
+                stack_[waiting++] = {ways[left_way], axis, -e};
+                reader_.ask_for_group(ways[left_way]);
+            }
+            if (ways[right_way].exists() && e <= best_distance_)
+            {
+                stack_[waiting++] = {ways[right_way], axis, e};
+                reader_.ask_for_group(ways[right_way]);
+            }
+        }
+    }
 
-            const double t = x[here.axis];
-            const double e = t - p_[here.axis];
-            if (ways[right_way].exists() && e <= best_.distance)
+    /// The same from the root, for trees of any depth.
+    void search_by_climbing()
+    {
+        climber later(tree_, right_way);
+        position here{tree_.root_, 0, 0.0};
+        for (;;)
+        {
+            const children& ways = reader_.ways_from(here.to);
+            const unsigned node = reader_.node_at(here.to.record());
+            const double* x = reader_.coordinates_of(node);
+            if (take_if_closer(node, x))
             {
-                here.axis = next_axis(here.axis);
-                if (ways[left_way].exists()) later.put_off({ways[left_way], here.axis, t});
-                here.to = ways[right_way];
+                best_distance_ = std::sqrt(best_squared_);
+                if (best_squared_ == 0.0) return;
             }
-            else if (ways[left_way].exists() && !(-e > best_.distance))
+            const double e = x[here.axis] - p_[here.axis];
+            const bool goes_right = ways[right_way].exists() && e <= best_distance_;
+            if (goes_right || (ways[left_way].exists() && !(-e > best_distance_)))
             {
+                here.to = ways[goes_right ? right_way : left_way];
                 here.axis = next_axis(here.axis);
-                here.to = ways[left_way];
+                continue;
             }
-            else if (!go_on_later())
-                return true;
+            do
+                if (!later.resume(here)) return;
+            while (p_[previous_axis(here.axis)] - here.parent_coordinate > best_distance_);
         }
     }
 
     const node_tree& tree_;
-    const children* const all_children_;
-    const double* const base_;
-    const std::size_t step_;
-    const point& p_;
+    const reader reader_;
+    const point p_;
     const unsigned excluded_;
-    candidate best_;
-    fork forks_[stack_depth];
-    unsigned nbr_forks_ = 0;
-    position end_{no_child, 0, 0.0}; ///< the run that the way ends in
+
+    unsigned best_ = none_index;
+    double best_squared_ = std::numeric_limits<double>::max();
+    double best_distance_ = std::numeric_limits<double>::max();
+
+    unsigned nbr_rights_ = 0;
+    unsigned nbr_lefts_ = 0;
+    subtree end_{no_child, 0, 0.0}; ///< the run that the way ends in
+    // One more than the depth: writing comes before it is known whether the entry counts.
+    subtree rights_[stack_depth + 1]; ///< beside the way, on its right
+    subtree lefts_[stack_depth + 1];
+    subtree stack_[2 * stack_depth + 2];
 };
 
 template <unsigned D>

@@ -64,23 +64,39 @@ private:
     /// Pending subtrees that a traversal holds in place. Deeper trees note the parent of each record instead.
     static constexpr unsigned stack_depth = 96;
 
-    static constexpr unsigned run_mark = 1u << 31;
-    static constexpr unsigned most_records = run_mark - 1;
-
-    /// The way to a child: its record and, so that its coordinates can be asked for before the record has come from memory, its node. The
-    /// highest bit of `at` marks a run: a small subtree that stands in one piece from that record on.
+    /// The way to a child: its record, and whether a group begins there. A group is a part of the tree that stands in one piece of memory,
+    /// so that all its coordinates can be asked for at once: a run, which is a whole small subtree in the order of insertion, or a cluster,
+    /// which is a root above the runs with the records closest to it.
     struct link
     {
-        unsigned at;
-        unsigned node; ///< none where there is no child
+        static constexpr unsigned run_mark = 1u << 31;
+        static constexpr unsigned group_mark = 1u << 30;
 
-        bool exists() const { return node != none_index; }
-        bool is_run() const { return (at & run_mark) != 0; }
-        unsigned record() const { return at & ~run_mark; }
+        unsigned marked_record; ///< none where there is no child
+
+        bool exists() const { return marked_record != none_index; }
+        bool is_run() const { return (marked_record & run_mark) != 0; }
+        bool is_group() const { return (marked_record & group_mark) != 0; }
+        unsigned record() const { return marked_record & ~(run_mark | group_mark); }
+
+        void mark_run() { marked_record |= run_mark | group_mark; }
+        void mark_group() { marked_record |= group_mark; }
+
+        /// Something will be linked below. The records stay together.
+        void unmark_run() { marked_record &= ~run_mark; }
+
+        /// Goes to another record with the same marks.
+        void move_to(unsigned record) { marked_record = (marked_record & (run_mark | group_mark)) | record; }
     };
 
+    static constexpr unsigned most_records = link::group_mark - 1;
+
     // No initialisers here: traversals hold arrays of these that must cost nothing.
-    static constexpr link no_child{none_index, none_index};
+    static constexpr link no_child{none_index};
+
+    /// A node of `nodes_`, which is marked where it is the last of a group.
+    static constexpr unsigned last_mark = 1u << 31;
+    static constexpr unsigned without_mark(unsigned node) { return node & ~last_mark; }
 
     /// An array rather than two names, so that a comparison can choose the way without a branch.
     using children = std::array<link, 2>;
@@ -135,7 +151,7 @@ private:
                 if (ways[first_].exists() && ways[first_].record() == at && ways[1 - first_].exists())
                 {
                     here.to = ways[1 - first_];
-                    here.parent_coordinate = tree_.coords_->column(tree_.nodes_[above])[axis];
+                    here.parent_coordinate = tree_.coords_->column(tree_.node_at(above))[axis];
                     return true;
                 }
                 at = above;
@@ -152,10 +168,49 @@ private:
     static constexpr unsigned next_axis(unsigned axis) { return axis + 1 == D ? 0 : axis + 1; }
     static constexpr unsigned previous_axis(unsigned axis) { return axis == 0 ? D - 1 : axis - 1; }
 
+    /// What a traversal reads from.
+    struct reader
+    {
+        const unsigned* nodes;
+        const children* all_children;
+        const double* base;
+        std::size_t step;
+
+        unsigned node_at(unsigned record) const { return without_mark(nodes[record]); }
+        const double* coordinates_of(unsigned node) const { return base + step * node; }
+        const children& ways_from(const link& to) const { return all_children[to.record()]; }
+
+        /// Asks memory for the records that a group of children begins with.
+        void ask_for(const link& to) const
+        {
+            if (!to.exists() || !to.is_group()) return; // other children stand beside their parents
+            __builtin_prefetch(nodes + to.record());
+            if (!to.is_run()) __builtin_prefetch(all_children + to.record());
+        }
+
+        void ask_for(const children& ways) const
+        {
+            ask_for(ways[0]);
+            ask_for(ways[1]);
+        }
+
+        /// Asks memory for the coordinates of a whole group, if one begins here: they come from many places, but all at the same time.
+        void ask_for_group(const link& to) const
+        {
+            if (!to.is_group()) return;
+            for (const unsigned* member = nodes + to.record();; ++member)
+            {
+                __builtin_prefetch(coordinates_of(without_mark(*member)));
+                if ((*member & last_mark) != 0) return;
+            }
+        }
+    };
+
+    reader open() const { return {nodes_.data(), children_.data(), coords_->data(), coords_->ld}; }
+
     /// False while the matrix does not hold the nodes of the tree (it shrank behind the tree's back), so that nothing is read beyond it.
     bool is_readable() const { return !nodes_.empty() && can_read(largest_node_); }
 
-    struct candidate;
     class closest_search;
 
     template <class Visitor, class Pending>
@@ -167,6 +222,7 @@ private:
     bool insert_one(unsigned id, unsigned& added);
     bool reserve(unsigned count);
     unsigned append(unsigned node);
+    unsigned node_at(unsigned record) const { return without_mark(nodes_[record]); }
     link& way_to_child(unsigned parent, bool is_left);
     bool note_parents(unsigned deepest);
     void unlink_from(unsigned former_size);
@@ -175,7 +231,6 @@ private:
     link root_ = no_child;
     dense1D<unsigned> nodes_;    ///< of each record; the axis of a record is its depth modulo D
     dense1D<children> children_; ///< of each record
-    dense1D<char> run_length_;   ///< records of the run that begins at a record; meaningful where a link is marked
     dense1D<unsigned> parents_;  ///< of each record, in trees deeper than `stack_depth`; else empty
     unsigned deepest_ = 0;       ///< records on the longest path
     unsigned largest_node_ = 0;
@@ -205,25 +260,29 @@ template <unsigned D>
 template <class Visitor, class Pending>
 void node_tree<D>::walk_box(const point& low, const point& high, Visitor& visit, Pending&& later) const
 {
-    const children* const all_children = children_.data();
-    const double* const base = coords_->data();
-    const std::size_t step = coords_->ld;
-
+    const reader tree = open();
     position here{root_, 0, 0.0};
     for (;;)
     {
-        const children& ways = all_children[here.to.record()];
-        const double* x = base + step * here.to.node;
+        const unsigned node = tree.node_at(here.to.record());
+        const children& ways = tree.ways_from(here.to);
+        tree.ask_for_group(here.to);
+        tree.ask_for(ways);
+        const double* x = tree.coordinates_of(node);
         const double t = x[here.axis];
         const bool reaches_left = t >= low[here.axis];
         const bool reaches_right = t <= high[here.axis];
-        if (reaches_left && reaches_right && is_inside(x, low, high)) visit(here.to.node);
+        if (reaches_left && reaches_right && is_inside(x, low, high)) visit(node);
 
         const bool right = reaches_right && ways[right_way].exists();
         if (reaches_left && ways[left_way].exists())
         {
             here.axis = next_axis(here.axis);
-            if (right) later.put_off({ways[right_way], here.axis, t});
+            if (right)
+            {
+                later.put_off({ways[right_way], here.axis, t});
+                tree.ask_for_group(ways[right_way]);
+            }
             here.to = ways[left_way];
         }
         else if (right)
