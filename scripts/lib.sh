@@ -39,6 +39,7 @@ has()
     libboost-dev) compiles '#include <boost/version.hpp>' ;;
     locales) [[ -e /usr/share/i18n/locales/de_DE ]] ;;
     python3-vtk9) /usr/bin/python3 -c 'import vtkmodules' ;;
+    python3-matplotlib) /usr/bin/python3 -c 'import matplotlib' ;;
     python3-meshio) /usr/bin/python3 -c 'import meshio' ;;
     libclang-rt-dev) [[ -f $(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-$(uname -m).a ]] ;;
     assimp-utils) command -v assimp ;;

@@ -37,7 +37,6 @@ double status_bytes(const char* key)
 
 void forget_peak_memory()
 {
-    malloc_trim(0);
     std::FILE* const references = std::fopen("/proc/self/clear_refs", "w");
     if (!references) return;
     std::fputs("5", references);
@@ -110,12 +109,18 @@ std::string peers(const row_result& row)
 
 } // namespace
 
+double memory_in_use()
+{
+    malloc_trim(0);
+    return status_bytes("VmRSS");
+}
+
 meter::meter(bool with_memory) : start_(0)
 {
     if (with_memory)
     {
+        memory_before_ = memory_in_use();
         forget_peak_memory();
-        memory_before_ = status_bytes("VmRSS");
     }
     start_ = processor_seconds();
 }
@@ -147,8 +152,9 @@ void table::add(row_result result)
         if (std::FILE* const csv = std::fopen(options_.csv.c_str(), "a"))
         {
             for (const contender_result& each : result.contenders)
-                std::fprintf(csv, "\"%s\",%s,%.0f,\"%s\",%.6g,%.4g\n", result.description.name.c_str(), result.description.item.c_str(),
-                             result.description.items, each.name.c_str(), each.median(), each.bytes / result.description.items);
+                std::fprintf(csv, "%s,\"%s\",%s,%.0f,\"%s\",%.6g,%.4g\n", family_.c_str(), result.description.name.c_str(),
+                             result.description.item.c_str(), result.description.items, each.name.c_str(), each.median(),
+                             each.bytes / result.description.items);
             std::fclose(csv);
         }
     rows_.push_back(std::move(result));

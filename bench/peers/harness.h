@@ -23,6 +23,9 @@
 namespace bench
 {
 
+/// Bytes of memory that the process has now; what was given up counts no more.
+double memory_in_use();
+
 /// What one call took.
 struct cost
 {
@@ -94,6 +97,9 @@ public:
     explicit table(const options& chosen) : options_(chosen) {}
 
     const options& chosen() const { return options_; }
+    /// The family of the rows that follow.
+    void begin(const char* family) { family_ = family; }
+
     bool chooses(const row_description& description) const;
     void add(row_result result);
 
@@ -104,6 +110,7 @@ private:
     void print_limits() const;
 
     options options_;
+    std::string family_;
     std::vector<row_result> rows_;
 };
 
@@ -199,5 +206,8 @@ void volume_file_rows(table& rows);
 void quality_rows(table& rows);
 void metrics_rows(table& rows);
 void gradation_rows(table& rows);
+
+/// Prints the steps of the typical job on so many triangles.
+void typical_job(double triangles_wanted);
 
 } // namespace bench
