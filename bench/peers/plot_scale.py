@@ -30,7 +30,7 @@ def read(file_name):
 
 
 def plot(families, file_name):
-    figure, axes = plt.subplots(2, len(families), figsize=(5 * len(families), 11), squeeze=False, sharex=True)
+    figure, axes = plt.subplots(2, len(families), figsize=(5 * len(families), 15), squeeze=False, sharex=True)
     for column, (family, rows) in enumerate(families.items()):
         time, memory = axes[0][column], axes[1][column]
         for number, (row, points) in enumerate(rows.items()):
@@ -48,7 +48,7 @@ def plot(families, file_name):
         memory.grid(True, which="major", linewidth=0.3)
         memory.set_xlabel("items")
         memory.set_ylim(bottom=0)
-        time.legend(fontsize=6)
+        memory.legend(*time.get_legend_handles_labels(), fontsize=8, loc="upper center", bbox_to_anchor=(0.5, -0.12))
     axes[0][0].set_ylabel("nanoseconds per item")
     axes[1][0].set_ylabel("bytes per item at the peak")
     figure.tight_layout()

@@ -79,6 +79,7 @@ solid_mesh rough_grid(element_type kind, double elements)
 
 using values = std::vector<double>;
 
+#if PEERS_WITH_VTK
 /// Our values from Verdict's.
 values from_verdict(values aspects, element_type kind)
 {
@@ -87,7 +88,6 @@ values from_verdict(values aspects, element_type kind)
     return aspects;
 }
 
-#if PEERS_WITH_VTK
 /// VTK orients tetrahedra the other way round.
 vtkSmartPointer<vtkUnstructuredGrid> vtk_grid(const solid_mesh& mesh, element_type kind)
 {

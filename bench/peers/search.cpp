@@ -422,10 +422,6 @@ void closest_row(table& rows, const cloud& where)
     cgal_tree cgal{cgal_tree::input(pos)};
     contend("CGAL", cgal);
 #endif
-#if PEERS_WITH_BOOST
-    boost_tree boost{boost_tree::input(pos)};
-    contend("Boost rtree", boost);
-#endif
     r.run();
 }
 
