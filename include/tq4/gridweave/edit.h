@@ -203,7 +203,8 @@ TQ4_GRIDWEAVE_API int simplify(dense2D<double>& pos, dense2D<unsigned>& conn1, d
 // Cost: about n log n as long as few places lie within the tolerance of each other, however many nodes stand at one; beyond that it grows
 // with the number of such pairs of places. Where a finite coordinate or the tolerance exceeds 1e150, or where so few coordinates are so far
 // off that all others look like one crowd beside them, it grows with the number of pairs of nodes, those at one place included. Merging
-// within elements takes, per pass, the square of the rows for each column.
+// within elements takes, per pass, the square of the rows for each column; passes until nothing is left are few on meshes, but may be as
+// many as there are nodes where all elements meet at one node and lie within the tolerance.
 
 /// Merges all nodes of a mesh, lower indices surviving, and writes the survivors' coordinates over the merged nodes.
 ///
