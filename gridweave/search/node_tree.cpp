@@ -53,6 +53,12 @@ public:
         bool is_left;
     };
 
+    struct arrival
+    {
+        unsigned node;
+        unsigned place;
+    };
+
     guide_tree(const double* base, std::size_t step) : base_(base), step_(step) {}
 
     bool reserve(unsigned count) { return guides_.resize(2 * count + 1) && places_.resize(count + 1); }
@@ -116,12 +122,12 @@ public:
 
     /// Finds the place that each node arrives at. In the order of the list, which is mostly the order of memory, and several walks side by
     /// side, which hide each other's latency.
-    void send(const dense1D<unsigned>& natural, dense1D<unsigned>& arrival) const
+    void send(const dense1D<unsigned>& natural, dense1D<arrival>& arrivals) const
     {
         constexpr unsigned lanes = 8;
         unsigned first = 0;
-        for (; natural.size - first >= lanes; first += lanes) send_together<lanes>(natural.data() + first, arrival.data() + first);
-        for (; first < natural.size; ++first) send_together<1>(natural.data() + first, arrival.data() + first);
+        for (; natural.size - first >= lanes; first += lanes) send_together<lanes>(natural.data() + first, arrivals.data() + first);
+        for (; first < natural.size; ++first) send_together<1>(natural.data() + first, arrivals.data() + first);
     }
 
     const empty_place& place(unsigned p) const { return places_[p]; }
@@ -139,7 +145,7 @@ private:
     const double* coordinates_of(unsigned node) const { return base_ + step_ * node; }
 
     template <unsigned Lanes>
-    void send_together(const unsigned* nodes, unsigned* arrival) const
+    void send_together(const unsigned* nodes, arrival* arrivals) const
     {
         const guide* const guides = guides_.data();
         const double* x[Lanes];
@@ -155,7 +161,7 @@ private:
                 lowest = std::min(lowest, at[l]);
             }
         }
-        for (unsigned l = 0; l < Lanes; ++l) arrival[l] = at[l] - count_;
+        for (unsigned l = 0; l < Lanes; ++l) arrivals[l] = {nodes[l], at[l] - count_};
     }
 
     const double* base_;
@@ -487,17 +493,22 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
     tree_.root_ = {0};
     guides.number_places([&](unsigned parent, bool is_left, unsigned r) { tree_.way_to_child(parent, is_left) = {r}; });
 
-    // What arrives at each place, in the order of insertion.
-    dense1D<unsigned> arrival;
+    // What arrives at each place, in the order of insertion. The top is counted, too, where it would have arrived, and taken off again.
+    dense1D<typename guide_tree<D>::arrival> arrivals;
     dense1D<unsigned> starts;
     dense1D<unsigned> gathered;
     const unsigned nbr_places = top + 1;
-    if (!arrival.resize(count) || !starts.resize(nbr_places + 1, 0) || !gathered.resize(count - top)) return false;
-    guides.send(natural, arrival);
-    for (unsigned i = top; i < count; ++i) ++starts[arrival[order[i]] + 1];
+    if (!arrivals.resize(count) || !starts.resize(nbr_places + 1, 0) || !gathered.resize(count - top)) return false;
+    guides.send(natural, arrivals);
+    for (const auto& a : arrivals) ++starts[a.place + 1];
+    for (unsigned i = 0; i < top; ++i) --starts[arrivals[order[i]].place + 1];
     const unsigned largest = *std::max_element(starts.begin(), starts.end());
     for (unsigned p = 0; p < nbr_places; ++p) starts[p + 1] += starts[p];
-    for (unsigned i = top; i < count; ++i) gathered[starts[arrival[order[i]]]++] = natural[order[i]];
+    for (unsigned i = top; i < count; ++i)
+    {
+        const auto& a = arrivals[order[i]];
+        gathered[starts[a.place]++] = a.node;
+    }
 
     if (!elements_.resize(largest) || !lefts_.resize(largest)) return false;
     unsigned begin = 0;
