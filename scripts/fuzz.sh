@@ -10,7 +10,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib.sh
 
-all_targets=(stl wavefront_obj nastran femap connectivity edit_search metrics_quality)
+all_targets=(stl wavefront_obj nastran femap connectivity edit_search metrics_quality writers numbers)
 build_dir=build/fuzz
 stored=tests/fuzz/corpus
 check_runs=2000 # a few seconds

@@ -194,7 +194,7 @@ void make_cells(state& s)
 
 void replace(mesh_source& source, state& s)
 {
-    switch (source.below(7))
+    switch (source.below(12))
     {
     case 0: s.ids = source.indices(s.mesh.pos.cols); break;
     case 1: s.colors = source.indices(3); break;
@@ -202,6 +202,13 @@ void replace(mesh_source& source, state& s)
     case 3: s.boundaries = source.connectivity(source.kind(), s.mesh.pos.cols); break;
     case 4: s.neighbors = source.connectivity(s.mesh.kind, s.mesh.connectivity.cols); break;
     case 5: source.damage(s.neighbors, s.mesh.connectivity.cols); break;
+    case 6: s.boundaries = s.mesh.connectivity; break; // outputs that share an input's storage
+    case 7: s.neighbors = s.mesh.connectivity; break;
+    case 8: s.ancestors = s.ids; break;
+    case 9: s.first = s.second = s.ids; break;
+    case 10:
+        if (s.neighbors.ld == s.neighbors.rows) s.ids = s.neighbors.as_vector();
+        break;
     default: s.mesh.kind = source.kind();
     }
 }

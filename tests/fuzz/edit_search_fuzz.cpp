@@ -330,7 +330,7 @@ void ask_box(mesh_source& source, state& s)
 
 void replace(mesh_source& source, state& s)
 {
-    switch (source.below(8))
+    switch (source.below(12))
     {
     case 0: s.ids = source.indices(s.pos.cols); break;
     case 1: s.targets = source.indices(s.pos.cols); break;
@@ -339,6 +339,12 @@ void replace(mesh_source& source, state& s)
     case 4: source.damage(s.pos); break;
     case 5: s.others = s.elements; break;
     case 6: s.pos.resize(s.pos.rows, source.below(s.pos.cols + 1)); break;
+    case 7: s.targets = s.new_ids = s.ids; break; // outputs that share an input's storage
+    case 8:
+        if (s.elements.ld == s.elements.rows) s.ids = s.elements.as_vector();
+        break;
+    case 9: s.others = s.elements.sub_matrix(0, 0, s.elements.rows, s.elements.cols / 2); break;
+    case 10: s.others = s.others.sub_matrix(0, s.others.cols / 2, s.others.rows, s.others.cols - s.others.cols / 2); break;
     default: s.pos.resize(source.below(5), s.pos.cols, 0.5);
     }
     s.is_plain = false;

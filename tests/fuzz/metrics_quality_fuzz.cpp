@@ -250,6 +250,72 @@ bool went(const dense2D<double>&, const dense2D<double>&, unsigned, int)
     return true;
 }
 
+bool has_ordinary_sizes(const dense1D<double>& sizes)
+{
+    return std::all_of(sizes.begin(), sizes.end(), [](double h) { return h >= 0.01 && h <= 100; });
+}
+
+template <unsigned N>
+bool is_ordinary_tensor(const double* entries)
+{
+    symmetric_fixed<double, N> M;
+    std::copy_n(entries, M.count, M.values);
+    vector_fixed<double, N> values{};
+    matrix_fixed<double, N, N> vectors{};
+    return eigen_pairs(M, values, vectors) && values[0] >= 1e-4 && values[N - 1] <= 1e4;
+}
+
+bool has_ordinary_sizes(const dense2D<double>& tensors)
+{
+    for (unsigned c = 0; c < tensors.cols; ++c)
+        if (!(tensors.rows == 3 ? is_ordinary_tensor<2>(tensors.column(c)) : is_ordinary_tensor<3>(tensors.column(c)))) return false;
+    return true;
+}
+
+/// Whether edges and sizes are of ordinary magnitude, so that rounding has no say in the gradation.
+template <class Field>
+bool is_ordinary(const test::mesh& mesh, const Field& sizes)
+{
+    if (!has_ordinary_sizes(sizes)) return false;
+    for (unsigned a = 0; a < mesh.pos.cols; ++a)
+    {
+        for (unsigned b = 0; b <= a; ++b)
+        {
+            double squared = 0;
+            for (unsigned r = 0; r < mesh.pos.rows; ++r) squared += (mesh.pos(r, a) - mesh.pos(r, b)) * (mesh.pos(r, a) - mesh.pos(r, b));
+            if (!(squared == 0 || (squared >= 1e-4 && squared <= 1e4))) return false;
+        }
+    }
+    return true;
+}
+
+/// No edge of the node graph is left above the limit, but for what moves of less than a thousandth of the way would mend.
+template <class Field>
+void promise_gradation(const test::mesh& mesh, const Field& sizes, double limit)
+{
+    const ample_memory enough;
+    if (!is_ordinary(mesh, sizes)) return;
+    dense1D<unsigned> first;
+    dense1D<unsigned> list;
+    if (get_node_graph(mesh.connectivity, first, list) != 0) return;
+    dense2D<unsigned> edges(2, list.size);
+    for (unsigned n = 0; n + 1 < first.size; ++n)
+    {
+        for (unsigned k = first[n]; k < first[n + 1]; ++k)
+        {
+            // Between different tensors at one place nothing moves.
+            const bool is_edge = std::is_same_v<Field, dense1D<double>> ||
+                                 !std::equal(mesh.pos.column(n), mesh.pos.column(n) + mesh.pos.rows, mesh.pos.column(list[k]));
+            edges(0, k) = n;
+            edges(1, k) = is_edge ? list[k] : n;
+        }
+    }
+    dense1D<double> shocks;
+    if (H_shock(mesh.pos, edges, sizes, shocks) != 0) return;
+    const double told = std::expm1(std::log1p(limit) / 0.999);
+    for (const double each : shocks) promise(each <= told * (1 + 1e-6) + 1e-6, "no edge is left above the limit");
+}
+
 template <class Field>
 void relax(mesh_source& source, state& s, Field& field)
 {
@@ -280,8 +346,10 @@ void relax(mesh_source& source, state& s, Field& field)
     if (moved >= 0) promise(changes <= moved, "moved nodes are counted");
     if (moved < 0 && moved != out_of_memory) promise(changes == 0, "a refused field stays");
 
-    if (moved > 0 && frozen && indices.empty() && (direction == 1 || direction == -1) && !limited_memory::has_refused())
+    const bool moves_nodes = field.block == s.mesh.pos.block;
+    if (moved > 0 && !moves_nodes && frozen && indices.empty() && (direction == 1 || direction == -1) && !limited_memory::has_refused())
     {
+        if (!limits_variation) promise_gradation(s.mesh, field, limit);
         const Field once = duplicate(field);
         call(field);
         if (!limited_memory::has_refused())
@@ -346,7 +414,7 @@ void measure_shocks(mesh_source& source, state& s)
 
 void replace(mesh_source& source, state& s)
 {
-    switch (source.below(7))
+    switch (source.below(9))
     {
     case 0: s.ids = source.indices(s.mesh.pos.cols); break;
     case 1: s.sizes = source.numbers(s.mesh.pos.cols); break;
@@ -354,6 +422,10 @@ void replace(mesh_source& source, state& s)
     case 3: source.damage(s.mesh.connectivity, s.mesh.pos.cols); break;
     case 4: source.damage(s.mesh.pos); break;
     case 5: source.damage(s.tensors); break;
+    case 6: s.tensors = s.mesh.pos; break;
+    case 7:
+        if (s.mesh.pos.ld == s.mesh.pos.rows) s.sizes = s.mesh.pos.as_vector();
+        break;
     default: s.mesh.kind = source.kind();
     }
 }
