@@ -45,6 +45,58 @@ constexpr std::uint64_t eight_digits(std::uint32_t value)
 
 constexpr std::uint32_t end_of_eight_digits = 100000000;
 
+constexpr bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+/// How many digits eight characters begin with.
+constexpr int leading_digits(std::uint64_t characters)
+{
+    const std::uint64_t digits = characters ^ eight_of('0');
+    // The high bit of a byte that is no digit; bytes behind the first such one may be marked wrongly.
+    const std::uint64_t others = ((digits + eight_of(0x76)) | digits) & eight_of('\x80');
+    return std::countr_zero(others) / 8;
+}
+
+/// The value of the `count` digits, 1 to 8, that eight characters begin with.
+constexpr std::uint32_t value_of_digits(std::uint64_t characters, int count)
+{
+    // The digits go to the end, behind zeros, and are summed in pairs, fours and all: three products.
+    std::uint64_t digits = (characters ^ eight_of('0')) << (64 - 8 * count);
+    digits = digits * 2561 >> 8;
+    digits = (digits & 0x00FF00FF00FF00FFu) * 6553601 >> 16;
+    return static_cast<std::uint32_t>((digits & 0x0000FFFF0000FFFFu) * 42949672960001u >> 32);
+}
+
+/// The high bit of every byte that is not `character`.
+constexpr std::uint64_t bytes_other_than(char character, std::uint64_t characters)
+{
+    const std::uint64_t difference = characters ^ eight_of(character);
+    return (((difference & eight_of(0x7F)) + eight_of(0x7F)) | difference) & eight_of('\x80');
+}
+
+constexpr bool has_character(char character, std::uint64_t characters)
+{
+    return bytes_other_than(character, characters) != eight_of('\x80');
+}
+
+/// The number in a field of eight characters: digits with blanks on both sides. False where the field is anything else.
+constexpr bool natural_of_field(std::uint64_t field, std::uint32_t& value)
+{
+    const std::uint64_t digits = field ^ eight_of('0');
+    const std::uint64_t others = (((digits & eight_of(0x7F)) + eight_of(0x76)) | digits) & eight_of('\x80');
+    const std::uint64_t found = others ^ eight_of('\x80');
+    // All digits stand together when their bits carry into nothing but the place behind them.
+    const std::uint64_t run = (found >> 7) * 0xFF;
+    const bool together = ((run + (run & (0 - run))) & run) == 0;
+    if (found == 0 || found != bytes_other_than(' ', field) || !together) return false;
+    const int begin = std::countr_zero(found) / 8;
+    const int end = 8 - std::countl_zero(found) / 8;
+    value = value_of_digits(field >> (8 * begin), end - begin);
+    return true;
+}
+
 /// Writes blanks from a place on, eight at a time: up to seven more than `count`.
 inline void put_blanks(char* out, int count)
 {

@@ -6,6 +6,7 @@
 #include "gridweave/io/femap_tables.h"
 #include "gridweave/io/numbered_nodes.h"
 #include "gridweave/io/text_reader.h"
+#include "gridweave/io/text_scanner.h"
 #include "gridweave/io/text_writer.h"
 
 namespace tq4::gridweave
@@ -75,6 +76,84 @@ bool is_word(const text_line& line, std::string_view word)
     return matched == word.size();
 }
 
+using node_places = std::array<unsigned, femap_node_places>;
+
+// Records of the usual look: pieces of lines without blanks, none of them empty.
+
+constexpr unsigned coordinate_field = 11;
+constexpr unsigned color_field = 1;
+constexpr unsigned topology_field = 4;
+
+/// A piece that nobody looks at and the comma behind it.
+bool pass_piece(text_scanner& in)
+{
+    const char* const begin = in.at();
+    while (*in.at() != ',' && *in.at() != '\n' && *in.at() != '\0') in.pass(1);
+    return in.at() != begin && in.take(',');
+}
+
+bool pass_pieces(text_scanner& in, unsigned count)
+{
+    while (count > 0 && pass_piece(in)) --count;
+    return count == 0;
+}
+
+/// The end of the line behind the last piece that counts.
+bool pass_rest(text_scanner& in)
+{
+    return in.take(',') ? in.skip_line() : in.take_line_end();
+}
+
+struct node_record
+{
+    int number = 0;
+    vector_fixed<double, 3> x{};
+};
+
+bool take_node(text_scanner& in, node_record& node)
+{
+    if (!in.take_natural(node.number) || node.number == 0 || !in.take(',')) return false;
+    if (!pass_pieces(in, coordinate_field - 1)) return false;
+    if (!in.take_real(node.x[0]) || !in.take(',')) return false;
+    if (!in.take_real(node.x[1]) || !in.take(',')) return false;
+    return in.take_real(node.x[2]) && pass_rest(in);
+}
+
+struct element_record
+{
+    element_type kind = ELEM_NONE;
+    unsigned color = 0;
+    node_places places{};
+};
+
+bool take_node_line(text_scanner& in, unsigned* places)
+{
+    for (unsigned k = 0; k < femap_places_per_line; ++k)
+    {
+        int number = 0;
+        if ((k > 0 && !in.take(',')) || !in.take_natural(number)) return false;
+        places[k] = static_cast<unsigned>(number);
+    }
+    return pass_rest(in);
+}
+
+/// An element of a known kind, with all of its lines.
+bool take_element(text_scanner& in, element_record& element)
+{
+    int color = 0;
+    int topology = 0;
+    if (!pass_pieces(in, color_field) || !in.take_natural(color) || !in.take(',')) return false;
+    if (!pass_pieces(in, topology_field - color_field - 1) || !in.take_natural(topology) || !pass_rest(in)) return false;
+    element.color = static_cast<unsigned>(color);
+    element.kind = femap_kind_of(topology);
+    if (element.kind == ELEM_NONE) return false;
+    for (unsigned line = 0; line < lines_of_nodes; ++line)
+        if (!take_node_line(in, element.places.data() + std::size_t{line} * femap_places_per_line)) return false;
+    for (unsigned line = 0; line < lines_behind_nodes; ++line)
+        if (!in.skip_line()) return false;
+    return true;
+}
+
 struct femap_mesh
 {
     dense2D<double>& pos;
@@ -111,10 +190,12 @@ private:
 
     int read_blocks()
     {
+        if (!in_.has_memory()) return out_of_memory;
         block inside = block::none;
-        int status = 0;
-        for (text_line line; status == 0 && in_.next_line(line);)
+        for (text_line line;;)
         {
+            int status = take_records(inside);
+            if (status != 0 || !in_.next_line(line)) return status;
             strip(line);
             if (inside == block::none)
                 inside = block_opened_by(line);
@@ -122,8 +203,37 @@ private:
                 inside = block::none;
             else
                 status = inside == block::nodes ? read_node(line) : read_element(line);
+            if (status != 0) return status;
         }
-        return status;
+    }
+
+    /// Takes records of the usual look until something else comes.
+    int take_records(block inside)
+    {
+        // Longer records are taken too where the window happens to hold them.
+        constexpr std::size_t usual_length = 1024;
+        if (!decimal_point_ || inside == block::none) return 0;
+        for (;;)
+        {
+            in_.require(usual_length);
+            text_scanner in(in_.cursor());
+            int status = 0;
+            if (inside == block::nodes)
+            {
+                node_record node;
+                if (!take_node(in, node)) return 0;
+                status = put_node(node);
+            }
+            else
+            {
+                element_record element;
+                if (!take_element(in, element)) return 0;
+                status = append_nodes(element.kind, element.places);
+                if (status == 0) status = count_element(element.kind, element.color);
+            }
+            if (status != 0) return status;
+            in_.advance(in.at());
+        }
     }
 
     /// Any line that reads as a number of a block opens it, wherever it stands.
@@ -136,52 +246,60 @@ private:
 
     int read_node(const text_line& line)
     {
-        constexpr unsigned first_coordinate = 11;
         const line_fields fields = split_at_commas(line);
-        if (fields.count < first_coordinate + 3) return malformed;
-        const int number = fields.integer(0);
-        if (number == 0) return malformed;
+        if (fields.count < coordinate_field + 3) return malformed;
+        node_record node;
+        node.number = fields.integer(0);
+        if (node.number == 0) return malformed;
+        for (unsigned k = 0; k < 3; ++k) node.x[k] = parse_real(fields.begin[coordinate_field + k], decimal_point_);
+        return put_node(node);
+    }
 
-        vector_fixed<double, 3> x{};
-        for (unsigned k = 0; k < 3; ++k)
-            x[k] = parse_real(fields.begin[first_coordinate + k], fields.end[first_coordinate + k], decimal_point_);
+    int put_node(const node_record& node)
+    {
         // A negative number asks for more columns than there can be.
-        return number > 0 && nodes_.put(static_cast<unsigned>(number), x) ? 0 : out_of_memory;
+        return node.number > 0 && nodes_.put(static_cast<unsigned>(node.number), node.x) ? 0 : out_of_memory;
     }
 
     int read_element(const text_line& line)
     {
-        constexpr unsigned color_field = 1;
-        constexpr unsigned topology_field = 4;
         const line_fields fields = split_at_commas(line);
         if (fields.count < topology_field + 1) return malformed;
         const auto color = static_cast<unsigned>(fields.integer(color_field));
         const element_type kind = femap_kind_of(fields.integer(topology_field));
+        if (kind == ELEM_NONE)
+        {
+            const int status = skip_lines(lines_of_nodes + lines_behind_nodes);
+            return status == 0 ? note_run(kind) : status;
+        }
 
-        const int status = kind == ELEM_NONE ? skip_lines(lines_of_nodes + lines_behind_nodes) : add_element(kind, color);
-        return status == 0 ? note_run(kind) : status;
+        node_places places{};
+        if (const int status = read_places(places); status != 0) return status;
+        // What the other lines lack does not take the nodes back.
+        if (const int status = append_nodes(kind, places); status != 0) return status;
+        if (const int status = skip_lines(lines_behind_nodes); status != 0) return status;
+        return count_element(kind, color);
     }
 
-    int add_element(element_type kind, unsigned color)
+    int append_nodes(element_type kind, const node_places& places)
     {
-        std::array<unsigned, femap_node_places> places{};
-        if (const int status = read_places(places); status != 0) return status;
-
         const unsigned nodes = nbr_nodes(kind);
         if (mesh_.connect.rows < nodes && !mesh_.connect.resize(nodes, mesh_.connect.cols, none_index)) return out_of_memory;
-        std::array<unsigned, femap_node_places> column;
+        node_places column;
         column.fill(none_index);
         const femap_record& record = femap_record_of(kind);
         for (unsigned row = 0; row < nodes; ++row) column[row] = places[record.place[row]] - 1;
-        if (!append_column(mesh_.connect, column.data(), mesh_.connect.rows)) return out_of_memory;
-
-        if (const int status = skip_lines(lines_behind_nodes); status != 0) return status;
-        if (!append_entry(mesh_.colors, color)) return out_of_memory;
-        ++elements_;
-        return 0;
+        return append_column(mesh_.connect, column.data(), mesh_.connect.rows) ? 0 : out_of_memory;
     }
 
-    int read_places(std::array<unsigned, femap_node_places>& places)
+    int count_element(element_type kind, unsigned color)
+    {
+        if (!append_entry(mesh_.colors, color)) return out_of_memory;
+        ++elements_;
+        return note_run(kind);
+    }
+
+    int read_places(node_places& places)
     {
         for (unsigned first = 0; first < femap_node_places; first += femap_places_per_line)
         {

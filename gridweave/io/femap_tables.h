@@ -69,12 +69,20 @@ constexpr const femap_record& femap_record_of(element_type kind)
     return femap_records[value < kind_count ? value : 0];
 }
 
+constexpr unsigned femap_topologies = 13;
+
+constexpr auto femap_kinds_by_topology = [] {
+    std::array<element_type, femap_topologies> kinds{};
+    for (unsigned kind = 0; kind < kind_count; ++kind)
+        if (femap_records[kind].type != 0) kinds[femap_records[kind].topology] = static_cast<element_type>(kind);
+    return kinds;
+}();
+
 /// The kind of a topology code; `ELEM_NONE` for a code that is unknown.
 constexpr element_type femap_kind_of(int topology)
 {
-    for (unsigned kind = 0; kind < kind_count; ++kind)
-        if (femap_records[kind].type != 0 && femap_records[kind].topology == topology) return static_cast<element_type>(kind);
-    return ELEM_NONE;
+    const auto code = static_cast<unsigned>(topology);
+    return code < femap_topologies ? femap_kinds_by_topology[code] : ELEM_NONE;
 }
 
 } // namespace tq4::gridweave

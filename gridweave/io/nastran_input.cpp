@@ -8,7 +8,7 @@
 
 #include "gridweave/core/append.h"
 #include "gridweave/io/mesh_ranges.h"
-#include "gridweave/io/nastran_tables.h"
+#include "gridweave/io/nastran_scanner.h"
 #include "gridweave/io/numbered_nodes.h"
 #include "gridweave/io/text_reader.h"
 #include "gridweave/io/text_writer.h"
@@ -18,68 +18,6 @@ namespace tq4::gridweave
 
 namespace
 {
-
-using point = vector_fixed<double, 3>;
-
-// Card names.
-
-/// A name of at most eight characters as one number.
-constexpr std::uint64_t packed(std::string_view name)
-{
-    std::uint64_t value = 0;
-    for (const char c : name) value = value << 8 | static_cast<unsigned char>(c);
-    return value;
-}
-
-struct card_name
-{
-    std::uint64_t name;
-    element_type kind; ///< kind before the number of nodes has its say
-};
-
-constexpr card_name card_names[] = {
-    {packed("BAR"), ELEM_BAR2},     {packed("BEAM"), ELEM_BAR2},     {packed("ROD"), ELEM_BAR2},     {packed("CBAR"), ELEM_BAR2},
-    {packed("CBEAM"), ELEM_BAR2},   {packed("CROD"), ELEM_BAR2},     {packed("TRIA3"), ELEM_TRIA3},  {packed("CTRIA"), ELEM_TRIA3},
-    {packed("CTRIA3"), ELEM_TRIA3}, {packed("TRIA6"), ELEM_TRIA6},   {packed("CTRIA6"), ELEM_TRIA6}, {packed("QUAD4"), ELEM_QUAD4},
-    {packed("CQUAD"), ELEM_QUAD4},  {packed("CQUAD4"), ELEM_QUAD4},  {packed("QUAD8"), ELEM_QUAD8},  {packed("CQUAD8"), ELEM_QUAD8},
-    {packed("TETRA"), ELEM_TETRA4}, {packed("CTETRA"), ELEM_TETRA4}, {packed("PYRA"), ELEM_PYRA5},   {packed("PYRAM"), ELEM_PYRA5},
-    {packed("CPYRA"), ELEM_PYRA5},  {packed("CPYRAM"), ELEM_PYRA5},  {packed("PENTA"), ELEM_PENTA6}, {packed("CPENTA"), ELEM_PENTA6},
-    {packed("HEXA"), ELEM_HEXA8},   {packed("CHEXA"), ELEM_HEXA8},
-};
-
-element_type kind_of_name(std::uint64_t name)
-{
-    for (const card_name& known : card_names)
-        if (known.name == name) return known.kind;
-    return ELEM_NONE;
-}
-
-/// Solids share their names with the quadratic kinds; the number of nodes decides. `ELEM_NONE` where the count does not fit.
-element_type refined_by_nodes(element_type kind, std::uint64_t nodes)
-{
-    if (kind == ELEM_TETRA4 && nodes == 10) return ELEM_TETRA10;
-    if (kind == ELEM_PYRA5 && nodes == 13) return ELEM_PYRA13;
-    if (kind == ELEM_PENTA6 && nodes == 15) return ELEM_PENTA15;
-    if (kind == ELEM_HEXA8 && nodes == 20) return ELEM_HEXA20;
-    return nodes == record_of(kind).nodes ? kind : ELEM_NONE;
-}
-
-// Lines in fields of fixed widths: columns 0 to 7 name the card, columns 72 to 79 may mark a continuation, between them stand eight
-// fields of 8 or four of 16 characters.
-
-struct field_layout
-{
-    unsigned width;
-    unsigned count;
-    char mark; ///< what a continuation mark begins with
-};
-
-constexpr field_layout small_fields{8, 8, '+'};
-constexpr field_layout large_fields{16, 4, '*'};
-
-constexpr unsigned name_width = 8;
-constexpr unsigned mark_column = 72;
-constexpr unsigned line_width = 80;
 
 /// The first 80 columns of a line, padded with blanks. A zero byte of the file ends the line as far as fields are scanned.
 class fixed_line
@@ -120,7 +58,7 @@ int integer_of(std::string_view field)
 /// Reads a real number that may be written short, without the letter before the exponent: 1.5+3 is 1500.
 double short_real(std::string_view field, bool decimal_point)
 {
-    char text[large_fields.width + 1];
+    char text[large_fields.width + text_margin];
     char* end = text;
     for (const char c : field)
         if (!is_blank(c)) *end++ = c;
@@ -134,30 +72,26 @@ double short_real(std::string_view field, bool decimal_point)
         end = text + sign;
         *end = '\0';
     }
-    const double value = parse_real(text, end, decimal_point);
+    const double value = parse_real(text, decimal_point);
     // A product, rounded once more than the number itself would be; readers of other programs' files compare with it.
     return exponent == 0 ? value : value * std::pow(10.0, exponent);
 }
 
 double real_of(std::string_view field, bool decimal_point)
 {
-    const char* begin = field.data();
-    const char* end = begin + field.size();
-    while (begin != end && is_blank(*begin)) ++begin;
-    while (begin != end && is_blank(end[-1])) --end;
-    if (begin == end) return 0;
+    while (!field.empty() && is_blank(field.front())) field.remove_prefix(1);
+    while (!field.empty() && is_blank(field.back())) field.remove_suffix(1);
+    if (field.empty()) return 0;
+    // The next field may follow without a blank.
+    char text[large_fields.width + text_margin];
+    char* const end = std::copy(field.begin(), field.end(), text);
+    *end = '\0';
     double value = 0;
-    if (decimal_point && scan_real(begin, end, value) == end) return value;
-    return short_real({begin, static_cast<std::size_t>(end - begin)}, decimal_point);
+    if (decimal_point && scan_real(text, value) == end) return value;
+    return short_real(field, decimal_point);
 }
 
-// Nodes. A reading of a node card: its number, 0 where the card cannot be read, and its place.
-
-struct node_card
-{
-    int number;
-    point x;
-};
+// Nodes.
 
 constexpr node_card unreadable{0, {}};
 
@@ -186,107 +120,25 @@ bool read_second_large_line(std::string_view line, node_card& card, bool decimal
     return true;
 }
 
-/// A place in a line of free fields. `certain` goes false where the C library's scan may see the line differently.
-class free_field_cursor
-{
-public:
-    free_field_cursor(const char* begin, const char* end) : at_(begin), end_(end) {}
-
-    bool certain() const { return certain_; }
-
-    void comma()
-    {
-        skip_blanks();
-        certain_ = certain_ && at_ != end_ && *at_ == ',';
-        if (certain_) ++at_;
-        skip_blanks();
-    }
-
-    bool at_comma() const { return at_ != end_ && *at_ == ','; }
-
-    int integer()
-    {
-        constexpr int certain_digits = 9; // whatever they are, the number is an int
-        const char* const begin = at_;
-        int value = 0;
-        for (; at_ != end_ && at_ - begin < certain_digits && *at_ >= '0' && *at_ <= '9'; ++at_) value = value * 10 + (*at_ - '0');
-        certain_ = certain_ && at_ != begin;
-        return value;
-    }
-
-    double real()
-    {
-        double value = 0;
-        const char* const behind = certain_ ? scan_real(at_, end_, value) : nullptr;
-        certain_ = behind != nullptr;
-        if (behind) at_ = behind;
-        return value;
-    }
-
-private:
-    void skip_blanks()
-    {
-        while (at_ != end_ && is_blank(*at_)) ++at_;
-    }
-
-    const char* at_;
-    const char* end_;
-    bool certain_ = true;
-};
-
-node_card scan_free_grid(const char* line)
+/// "GRID", number, coordinate system or nothing, x, y, z; what follows is not looked at.
+node_card read_free_grid(const char* line)
 {
     long long number = 0;
     long long system = 0;
-    point x{};
+    vector_fixed<double, 3> x{};
     const bool readable = std::sscanf(line, "GRID , %lld , %lld , %lf , %lf , %lf", &number, &system, &x[0], &x[1], &x[2]) == 5 ||
                           std::sscanf(line, "GRID , %lld , , %lf , %lf , %lf", &number, &x[0], &x[1], &x[2]) == 4;
     if (!readable) return unreadable;
     return {static_cast<int>(std::clamp<long long>(number, INT_MIN, INT_MAX)), x};
 }
 
-/// "GRID", number, coordinate system or nothing, x, y, z; what follows is not looked at.
-node_card read_free_grid(const text_line& line, bool decimal_point)
-{
-    constexpr std::size_t keyword = 4;
-    free_field_cursor cursor(line.begin + keyword, line.end);
-    cursor.comma();
-    node_card card{cursor.integer(), {}};
-    cursor.comma();
-    if (!cursor.at_comma()) cursor.integer();
-    for (unsigned k = 0; k < 3; ++k)
-    {
-        cursor.comma();
-        card.x[k] = cursor.real();
-    }
-    return decimal_point && cursor.certain() ? card : scan_free_grid(line.begin);
-}
-
 // Elements.
-
-/// The numbers of an element card, of all its lines.
-struct element_card
-{
-    std::uint64_t name = 0;
-    std::uint64_t numbers = 0; ///< element number, property and nodes
-    int property = 0;
-    std::array<int, most_card_nodes> node{}; ///< the first nodes; no kind has more
-
-    std::uint64_t nodes() const { return numbers < 2 ? 0 : numbers - 2; }
-
-    void take(int number)
-    {
-        if (numbers == 1) property = number;
-        if (numbers >= 2 && numbers - 2 < node.size()) node[numbers - 2] = number;
-        ++numbers;
-    }
-};
 
 /// What one line of a card says beside its numbers.
 struct card_line
 {
     std::string_view name;
-    unsigned fields = 0; ///< a count below 3 ends the card
+    unsigned fields = 0; ///< a count below `least_fields` ends the card
     bool marked = false; ///< for a continuation
 };
 
@@ -428,8 +280,11 @@ public:
     int read();
 
 private:
+    int take_cards();
     int read_grid();
     int read_element();
+    int store(const node_card& card);
+    int store(const element_card& card);
 
     text_reader reader_;
     text_line line_;
@@ -451,42 +306,79 @@ int bulk_reader::read_grid()
         if (!reader_.has_memory()) return out_of_memory;
     }
     else if (text.find(',') != std::string_view::npos)
-        card = read_free_grid(line_, decimal_point_);
+        card = read_free_grid(line_.begin);
     else
         card = read_small_grid(text, decimal_point_);
 
+    return store(card);
+}
+
+int bulk_reader::store(const node_card& card)
+{
     if (card.number == 0) return -1;
     return nodes_.put(static_cast<unsigned>(card.number), card.x) ? 0 : out_of_memory;
+}
+
+/// Stores a card if it is an element.
+int bulk_reader::store(const element_card& card)
+{
+    const element_type kind = card.kind();
+    return kind == ELEM_NONE || elements_.append(kind, card) ? 0 : out_of_memory;
+}
+
+/// Takes cards of the usual look until something else comes. 0 or a negative code.
+int bulk_reader::take_cards()
+{
+    // Longer cards are taken too where the window happens to hold them.
+    constexpr std::size_t usual_length = 512;
+    for (;;)
+    {
+        reader_.require(usual_length);
+        text_scanner in(reader_.cursor());
+        node_card node{};
+        element_card element;
+        int result = 0;
+        if (*in.at() == 'G')
+        {
+            if (!take_node_card(in, node)) return 0;
+            result = store(node);
+        }
+        else
+        {
+            if (!take_element_card(in, element)) return 0;
+            result = store(element);
+        }
+        if (result != 0) return result;
+        reader_.advance(in.at());
+    }
 }
 
 /// The card on the current line and its continuations, which is stored if it is an element.
 int bulk_reader::read_element()
 {
-    constexpr std::size_t longest_continuation = 255;
     element_card card;
     card_line line = read_card_line(line_.view(), card);
-    if (line.fields < 3 || card.numbers < 2) return 0;
+    if (line.fields < least_fields || card.numbers < 2) return 0;
     card.name = packed(line.name);
     // A marked line takes the next one with it, whatever that is.
     bool whole = true;
-    while (line.marked && line.fields >= 3 && whole && reader_.good() && reader_.next_line(line_))
+    while (line.marked && line.fields >= least_fields && whole && reader_.good() && reader_.next_line(line_))
     {
-        // A longer continuation counts up to here and is the last one.
         whole = line_.size() <= longest_continuation;
         if (!whole) line_.begin[longest_continuation] = '\0';
         line = read_card_line(line_.c_text(), card);
     }
-    if (!reader_.has_memory()) return out_of_memory;
-
-    const element_type kind = refined_by_nodes(kind_of_name(card.name), card.nodes());
-    if (kind == ELEM_NONE) return 0;
-    return elements_.append(kind, card) ? 0 : out_of_memory;
+    return reader_.has_memory() ? store(card) : out_of_memory;
 }
 
 int bulk_reader::read()
 {
-    while (reader_.next_line(line_))
+    if (!reader_.has_memory()) return out_of_memory;
+    for (;;)
     {
+        if (decimal_point_)
+            if (const int result = take_cards(); result != 0) return result;
+        if (!reader_.next_line(line_)) return reader_.has_memory() ? 0 : out_of_memory;
         const std::string_view text = line_.view();
         if (text.empty() || text[0] == '$') continue;
         // Both keywords have an N, which few lines have.
@@ -498,7 +390,6 @@ int bulk_reader::read()
         const int result = text.starts_with("GRID") ? read_grid() : read_element();
         if (result != 0) return result;
     }
-    return reader_.has_memory() ? 0 : out_of_memory;
 }
 
 /// What a run makes of the kind of all runs before it; `ELEM_NONE` where no kind holds them all.

@@ -342,11 +342,6 @@ char* align_right(char* begin, char* end, int width)
     return end + missing;
 }
 
-constexpr bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 /// A whole number (modulo 2^64) with the digits at a place of a text appended to it, and the place behind them.
 struct digit_run
 {
@@ -355,37 +350,24 @@ struct digit_run
 };
 
 /// One digit after the other: best for the few digits before a point, whose number the processor guesses well.
-digit_run append_digits(std::uint64_t value, const char* at, const char* end)
+digit_run append_digits(std::uint64_t value, const char* at)
 {
-    for (; at != end && is_digit(*at); ++at) value = value * 10 + static_cast<unsigned>(*at - '0');
+    for (; is_digit(*at); ++at) value = value * 10 + static_cast<unsigned>(*at - '0');
     return {value, at};
 }
 
-/// Eight characters at once where a text has so many, best for decimals: the digits among them are counted by their bits and summed in
-/// three products.
-digit_run append_decimals(std::uint64_t value, const char* at, const char* end)
+/// Eight characters at once, best for decimals.
+digit_run append_decimals(std::uint64_t value, const char* at)
 {
-    if constexpr (std::endian::native == std::endian::little)
+    for (;;)
     {
-        while (end - at >= 8)
-        {
-            std::uint64_t digits = 0;
-            std::memcpy(&digits, at, 8);
-            digits ^= 0x3030303030303030u;
-            // The high bit of a byte that is no digit; bytes behind the first such one may be marked wrongly.
-            const std::uint64_t others = ((digits + 0x7676767676767676u) | digits) & 0x8080808080808080u;
-            const int count = std::countr_zero(others) / 8;
-            if (count == 0) return {value, at};
-            digits <<= 64 - 8 * count;
-            digits = digits * 2561 >> 8;
-            digits = (digits & 0x00FF00FF00FF00FFu) * 6553601 >> 16;
-            digits = (digits & 0x0000FFFF0000FFFFu) * 42949672960001u >> 32;
-            value = value * powers_of_ten[static_cast<std::size_t>(count)] + digits;
-            at += count;
-            if (count < 8) return {value, at};
-        }
+        const std::uint64_t characters = load_eight(at);
+        const int count = leading_digits(characters);
+        if (count == 0) return {value, at};
+        value = value * powers_of_ten[static_cast<std::size_t>(count)] + value_of_digits(characters, count);
+        at += count;
+        if (count < 8) return {value, at};
     }
-    return append_digits(value, at, end);
 }
 
 /// True for a character that a conversion of the C library may take as part of the number before it.
@@ -462,23 +444,24 @@ bool streams_use_classic_numbers()
            has_classic<std::num_get<char>>(global);
 }
 
-const char* scan_real(const char* text, const char* end, double& value)
+const char* scan_real(const char* text, double& value)
 {
+    // Signs cannot be guessed: no branch depends on them.
     const char* at = text;
-    const bool negative = at != end && *at == '-';
-    if (at != end && (*at == '-' || *at == '+')) ++at;
+    const bool negative = *at == '-';
+    at += negative | (*at == '+');
     const char* const unsigned_text = at;
 
     // The digits on both sides of the point as one whole number.
-    const digit_run whole_part = append_digits(0, at, end);
+    const digit_run whole_part = append_digits(0, at);
     std::ptrdiff_t digits = whole_part.end - at;
     std::uint64_t mantissa = whole_part.value;
     std::ptrdiff_t decimals = 0;
     at = whole_part.end;
-    if (at != end && *at == '.')
+    if (*at == '.')
     {
         ++at;
-        const digit_run fraction = append_decimals(mantissa, at, end);
+        const digit_run fraction = append_decimals(mantissa, at);
         decimals = fraction.end - at;
         digits += decimals;
         mantissa = fraction.value;
@@ -487,18 +470,18 @@ const char* scan_real(const char* text, const char* end, double& value)
     if (digits == 0) return nullptr;
 
     std::ptrdiff_t exponent = 0;
-    if (at != end && (*at == 'e' || *at == 'E'))
+    if (*at == 'e' || *at == 'E')
     {
         ++at;
-        const bool down = at != end && *at == '-';
-        if (at != end && (*at == '-' || *at == '+')) ++at;
+        const bool down = *at == '-';
+        at += down | (*at == '+');
         const char* const begin = at;
-        for (; at != end && is_digit(*at); ++at)
+        for (; is_digit(*at); ++at)
             if (exponent < 10000) exponent = exponent * 10 + (*at - '0');
         if (at == begin) return nullptr;
-        if (down) exponent = -exponent;
+        exponent *= 1 - 2 * down;
     }
-    if (at != end && may_continue_number(*at)) return nullptr;
+    if (may_continue_number(*at)) return nullptr;
 
     // A whole number below 2^53 times or divided by an exact power of ten is rounded once, hence correctly (Clinger, "How to read
     // floating point numbers accurately", 1990). Arithmetic in wider registers would round twice.
@@ -509,7 +492,7 @@ const char* scan_real(const char* text, const char* end, double& value)
         const auto whole = static_cast<double>(mantissa);
         const double magnitude = exponent < 0 ? whole / exact_powers_of_ten[static_cast<std::size_t>(-exponent)]
                                               : whole * exact_powers_of_ten[static_cast<std::size_t>(exponent)];
-        value = negative ? -magnitude : magnitude;
+        value = std::bit_cast<double>(std::bit_cast<std::uint64_t>(magnitude) | std::uint64_t{negative} << 63);
         return at;
     }
     double magnitude = 0;
@@ -520,12 +503,12 @@ const char* scan_real(const char* text, const char* end, double& value)
     return at;
 }
 
-double parse_real(const char* text, const char* end, bool decimal_point)
+double parse_real(const char* text, bool decimal_point)
 {
     const char* at = text;
-    while (at != end && is_blank(*at)) ++at;
+    while (is_blank(*at)) ++at;
     double value = 0;
-    if (decimal_point && scan_real(at, end, value)) return value;
+    if (decimal_point && scan_real(at, value)) return value;
     return std::strtod(text, nullptr);
 }
 

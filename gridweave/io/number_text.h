@@ -37,16 +37,19 @@ bool c_library_uses_decimal_point();
 /// for them, whatever it has for dates or money.
 bool streams_use_classic_numbers();
 
+/// Texts are read without a look at their end: a zero stands there, which is part of no number, and the bytes up to this far from the end
+/// can be read, whatever they hold.
+constexpr std::size_t text_margin = 16;
+
 /// Reads the decimal number that begins at `text`: an optional sign, digits with or without a point, an optional exponent. The result is
-/// the end of the number and `value` has the bits that `strtod` and `sscanf` read there in the "C" locale.
+/// the end of the number and `value` has the bits that `strtod` and `sscanf` read there in the "C" locale. The text has a margin.
 ///
 /// Null, with `value` unchanged, where that is not certain: no digits, a letter, point or sign right behind the number (hexadecimal and
 /// unfinished exponents look like that), `inf` and `nan`, values beyond the range of a double. Leading blanks are not skipped.
-const char* scan_real(const char* text, const char* end, double& value);
+const char* scan_real(const char* text, double& value);
 
-/// What `atof` reads from the text before `end`, under the locale of the calling thread. There must be a terminating zero at `end`
-/// or before it.
-double parse_real(const char* text, const char* end, bool decimal_point = true);
+/// What `atof` reads from a text with a margin, under the locale of the calling thread.
+double parse_real(const char* text, bool decimal_point = true);
 
 /// What `atoi` reads from the text before `end`, with values beyond the range of an int set to its limits.
 int parse_integer(const char* text, const char* end);

@@ -10,6 +10,7 @@
 
 #include "gridweave/core/vector_math.h"
 #include "gridweave/io/text_reader.h"
+#include "gridweave/io/text_scanner.h"
 #include "gridweave/io/text_writer.h"
 #include "gridweave/io/triangle_soup.h"
 
@@ -77,100 +78,55 @@ bool is_plain_locale()
     return c_library_uses_decimal_point();
 }
 
-/// Walks over the lines of one facet in the window. Whatever it takes is certain to be read in the same way line by line; what it does not
-/// take says nothing.
-class facet_scanner
+// Every line of a facet must be within the reach of the line buffer.
+
+bool take_line_end(text_scanner& in, const char* line)
 {
-public:
-    facet_scanner(const char* begin, const char* end) : at_(begin), end_(end) {}
+    return in.take_line_end() && in.at() - line < static_cast<std::ptrdiff_t>(lower_case_lines::buffer_size);
+}
 
-    const char* at() const { return at_; }
+/// A line of nothing else.
+bool take_line(text_scanner& in, std::string_view words)
+{
+    const char* const line = in.at();
+    in.take_blanks();
+    return in.take_words(words) && take_line_end(in, line);
+}
 
-    bool take_facet(point (&corners)[3])
-    {
-        point normal;
-        if (!take_numbers("facet", "normal", normal)) return false;
-        if (!take_words("outer loop")) return false;
-        for (point& corner : corners)
-            if (!take_numbers("vertex", nullptr, corner)) return false;
-        return take_words("endloop") && take_words("endfacet");
-    }
+/// A line of one or two words and three numbers.
+bool take_line(text_scanner& in, std::string_view word, std::string_view second_word, point& numbers)
+{
+    const char* const line = in.at();
+    in.take_blanks();
+    if (!in.take_words(word) || !in.take_blanks()) return false;
+    if (!second_word.empty() && (!in.take_words(second_word) || !in.take_blanks())) return false;
+    if (!in.take_real(numbers[0]) || !in.take_blanks()) return false;
+    if (!in.take_real(numbers[1]) || !in.take_blanks()) return false;
+    return in.take_real(numbers[2]) && take_line_end(in, line);
+}
 
-private:
-    /// A line of nothing else.
-    bool take_words(const char* words)
-    {
-        begin_line();
-        return take(words) && end_line();
-    }
-
-    /// A line of one or two words and three numbers.
-    bool take_numbers(const char* word, const char* second_word, point& numbers)
-    {
-        begin_line();
-        if (!take(word) || !skip_blanks()) return false;
-        if (second_word && (!take(second_word) || !skip_blanks())) return false;
-        for (unsigned k = 0; k < 3; ++k)
-        {
-            if (k > 0 && !skip_blanks()) return false;
-            const char* const stop = scan_real(at_, end_, numbers[k]);
-            if (!stop) return false;
-            at_ = stop;
-        }
-        return end_line();
-    }
-
-    void begin_line()
-    {
-        line_ = at_;
-        skip_blanks();
-    }
-
-    bool skip_blanks()
-    {
-        const char* const begin = at_;
-        while (at_ != end_ && (*at_ == ' ' || *at_ == '\t')) ++at_;
-        return at_ != begin;
-    }
-
-    /// Letters in any case; `word` is in lower case.
-    bool take(const char* word)
-    {
-        for (; *word; ++word, ++at_)
-        {
-            if (at_ == end_) return false;
-            const bool is_letter = *word >= 'a';
-            if ((is_letter ? *at_ | 0x20 : *at_) != *word) return false;
-        }
-        return true;
-    }
-
-    /// Blanks, and a line end within the reach of the line buffer.
-    bool end_line()
-    {
-        while (at_ != end_ && (*at_ == ' ' || *at_ == '\t' || *at_ == '\r')) ++at_;
-        if (at_ == end_ || *at_ != '\n') return false;
-        ++at_;
-        return at_ - line_ < static_cast<std::ptrdiff_t>(lower_case_lines::buffer_size);
-    }
-
-    const char* at_;
-    const char* end_;
-    const char* line_ = nullptr;
-};
+bool take_facet(text_scanner& in, point (&corners)[3])
+{
+    point normal;
+    if (!take_line(in, "facet", "normal", normal)) return false;
+    if (!take_line(in, "outer loop")) return false;
+    for (point& corner : corners)
+        if (!take_line(in, "vertex", "", corner)) return false;
+    return take_line(in, "endloop") && take_line(in, "endfacet");
+}
 
 /// Takes facets of the usual look until something else comes. 0 or -199.
-int take_plain_facets(text_reader& reader, triangle_soup& soup)
+int take_facets(text_reader& reader, triangle_soup& soup)
 {
-    // No facet that the scanner takes is longer.
+    // No facet that is taken is longer.
     constexpr std::size_t longest_facet = 7 * lower_case_lines::buffer_size;
     for (;;)
     {
         reader.require(longest_facet);
-        facet_scanner scanner(reader.cursor(), reader.limit());
+        text_scanner in(reader.cursor());
         point corners[3];
-        if (!scanner.take_facet(corners)) return 0;
-        reader.advance(scanner.at());
+        if (!take_facet(in, corners)) return 0;
+        reader.advance(in.at());
         if (const int result = soup.add(corners); result < 0) return result;
     }
 }
@@ -217,7 +173,7 @@ int read_ascii_stl(text_reader& reader, triangle_soup& soup)
     for (;;)
     {
         if (fast)
-            if (const int result = take_plain_facets(reader, soup); result < 0) return result;
+            if (const int result = take_facets(reader, soup); result < 0) return result;
         if (!lines.next()) return -3;
         if (lines.has("color")) continue;
         if (lines.has("endsolid"))

@@ -5,8 +5,7 @@
 namespace tq4::gridweave
 {
 
-/// Moves what is left to the front of the window, makes the window large enough and reads on. One byte is always kept for the zero that
-/// ends a line.
+/// Moves what is left to the front of the window, makes the window large enough and reads on. A margin is always kept behind the bytes.
 bool text_reader::fill(std::size_t count)
 {
     if (!has_memory_) return false;
@@ -14,13 +13,14 @@ bool text_reader::fill(std::size_t count)
     std::copy_n(window_.data() + first_, held, window_.data());
     first_ = 0;
     last_ = held;
+    window_[last_] = '\0';
 
-    if (count >= window_.size)
+    if (count + text_margin > window_.size)
     {
         // Doubling keeps the cost of a long line linear.
-        const std::size_t wanted = std::max<std::size_t>(count + 1, 2 * std::size_t{window_.size});
+        const std::size_t wanted = std::max<std::size_t>(count + text_margin, 2 * std::size_t{window_.size});
         const auto new_size = static_cast<unsigned>(std::min<std::size_t>(wanted, none_index));
-        if (count >= new_size || !window_.resize(new_size))
+        if (count + text_margin > new_size || !window_.resize(new_size))
         {
             has_memory_ = false;
             return false;
@@ -28,11 +28,12 @@ bool text_reader::fill(std::size_t count)
     }
     while (!exhausted_ && last_ < count)
     {
-        const std::size_t room = window_.size - 1 - last_;
+        const std::size_t room = window_.size - text_margin - last_;
         const std::size_t got = std::fread(window_.data() + last_, 1, room, file_);
         last_ += static_cast<unsigned>(got);
         exhausted_ = got < room;
     }
+    window_[last_] = '\0';
     return last_ >= count;
 }
 

@@ -13,8 +13,8 @@
 namespace tq4::gridweave
 {
 
-/// A line in the reader's own memory, without its line end and with a terminating zero at `end`, so that the C library's conversions can
-/// read it in place and a caller can cut it into fields by writing zeros of its own. It is good until the next call of the reader. Zero
+/// A line in the reader's own memory, without its line end and with a terminating zero and a margin at `end`, so that conversions can read
+/// it in place and a caller can cut it into fields by writing zeros of its own. It is good until the next call of the reader. Zero
 /// bytes of the file stand in it as they came.
 struct text_line
 {
@@ -67,7 +67,7 @@ public:
     /// holds what is left.
     bool require(std::size_t count) { return static_cast<std::size_t>(limit() - cursor()) >= count || fill(count); }
 
-    /// The bytes in the window.
+    /// The bytes in the window; there is none without memory for it. A zero stands at their end, with a margin.
     const char* cursor() const { return window_.data() + first_; }
     const char* limit() const { return window_.data() + last_; }
 

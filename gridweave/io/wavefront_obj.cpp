@@ -10,6 +10,7 @@
 #include "gridweave/core/points.h"
 #include "gridweave/io/mesh_ranges.h"
 #include "gridweave/io/text_reader.h"
+#include "gridweave/io/text_scanner.h"
 #include "gridweave/io/text_writer.h"
 
 namespace tq4::gridweave
@@ -94,7 +95,7 @@ int read_doubles(std::string_view text, bool classic, record_numbers& numbers)
     {
         while (at != end && is_blank(*at)) ++at;
         if (at == end) return 0;
-        at = scan_real(at, end, numbers.values[numbers.count]);
+        at = scan_real(at, numbers.values[numbers.count]);
         // What is no plain decimal number may still begin with one.
         if (!at) return read_streamed_doubles(text, numbers);
         ++numbers.count;
@@ -243,12 +244,88 @@ int read_record(std::string_view line, bool classic, bool line_is_complete, obj_
     return token == "vt" ? add_texture(numbers, mesh) : add_normal(numbers, mesh);
 }
 
+// Records of the usual look.
+
+/// The numbers of a line, which come behind blanks. What is behind the last one that counts may be anything.
+bool take_numbers(text_scanner& in, record_numbers& numbers)
+{
+    while (in.take_blanks() && in.take_real(numbers.values[numbers.count]))
+    {
+        if (++numbers.count == numbers.values.size()) return in.skip_line();
+        if (in.take_line_end()) return true;
+    }
+    return false;
+}
+
+/// One corner, which has a node at least.
+bool take_corner(text_scanner& in, face_indices& face)
+{
+    int index = 0;
+    if (!in.take_natural(index)) return false;
+    face.add(0, index);
+    for (unsigned place = 1; place < 3 && in.take('/'); ++place)
+    {
+        const char* const begin = in.at();
+        if (in.take_natural(index))
+            face.add(place, index);
+        else if (in.at() != begin)
+            return false;
+    }
+    return true;
+}
+
+/// The corners of a line, which come behind blanks.
+bool take_corners(text_scanner& in, face_indices& face)
+{
+    while (in.take_blanks() && take_corner(in, face))
+        if (in.take_line_end()) return true;
+    return false;
+}
+
+/// Takes records of the usual look until something else comes.
+int take_records(text_reader& reader, obj_mesh& mesh)
+{
+    // Longer records are taken too where the window happens to hold them.
+    constexpr std::size_t usual_length = 256;
+    for (int status = 0;;)
+    {
+        reader.require(usual_length);
+        text_scanner in(reader.cursor());
+        in.take_blanks();
+        if (in.take('f'))
+        {
+            face_indices face;
+            if (!take_corners(in, face)) return 0;
+            status = add_face(face, true, mesh);
+        }
+        else if (in.take('v'))
+        {
+            const bool normal = in.take('n');
+            const bool texture = !normal && in.take('t');
+            record_numbers numbers;
+            if (!take_numbers(in, numbers)) return 0;
+            status = normal ? add_normal(numbers, mesh) : texture ? add_texture(numbers, mesh) : add_vertex(numbers, mesh);
+        }
+        else
+            return 0;
+        if (status != 0) return status;
+        reader.advance(in.at());
+    }
+}
+
 int read_obj(std::FILE* stream, obj_mesh& mesh)
 {
     const bool classic = streams_use_classic_numbers();
     text_reader in(stream);
+    if (!in.has_memory()) return out_of_memory;
     int status = 0;
-    for (text_line line; status == 0 && in.good() && in.next_line(line);) status = read_record(line.view(), classic, in.good(), mesh);
+    while (status == 0 && in.good())
+    {
+        if (classic) status = take_records(in, mesh);
+        text_line line;
+        if (status != 0 || !in.next_line(line)) break;
+        status = read_record(line.view(), classic, in.good(), mesh);
+    }
     return status == 0 && !in.has_memory() ? out_of_memory : status;
 }
 

@@ -1,9 +1,11 @@
 #include "gridweave/io/decimal_digits.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <random>
 #include <string>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -30,6 +32,58 @@ TEST(EightDigits, AreThoseOfTheNumberFirstOneLowest)
         std::snprintf(reference, sizeof reference, "%08u", value);
         ASSERT_STREQ(text, reference);
         ASSERT_EQ(load_eight(text), eight_digits(value) + eight_of('0'));
+    }
+}
+
+TEST(EightDigits, AreCountedAndSummedFromATextOn)
+{
+    for (int count = 0; count <= 8; ++count)
+        for (const char behind : {' ', '.', '/', ':', '\0', '\x7F', '\xB0', '\xFF'})
+        {
+            char text[] = "12345678";
+            if (count < 8) std::fill(text + count, text + 8, behind);
+            const std::uint64_t characters = load_eight(text);
+            ASSERT_EQ(leading_digits(characters), count);
+            const std::string digits(text, static_cast<std::size_t>(count));
+            ASSERT_EQ(count == 0 ? "" : std::to_string(value_of_digits(characters, count)), digits);
+        }
+    EXPECT_EQ(value_of_digits(load_eight("00000000"), 8), 0u);
+    EXPECT_EQ(value_of_digits(load_eight("99999999"), 8), 99999999u);
+}
+
+TEST(Bytes, AreFoundAmongEight)
+{
+    for (unsigned k = 0; k < 8; ++k)
+        for (const char other : {'\0', '+', '-', '\x7F', '\x80', '\xAC', '\xFF'})
+        {
+            std::string text(8, other);
+            EXPECT_FALSE(has_character(',', load_eight(text.data())));
+            text[k] = ',';
+            EXPECT_EQ(bytes_other_than(',', load_eight(text.data())), eight_of('\x80') ^ std::uint64_t{0x80} << (8 * k));
+            EXPECT_TRUE(has_character(',', load_eight(text.data())));
+        }
+}
+
+TEST(NaturalOfField, ReadsDigitsBetweenBlanksOnly)
+{
+    // All fields of a few characters that matter.
+    const char alphabet[] = {' ', '0', '9', '/', '\xB5'};
+    constexpr unsigned letters = sizeof alphabet;
+    unsigned count = 1;
+    for (unsigned k = 0; k < 8; ++k) count *= letters;
+    for (unsigned code = 0; code < count; ++code)
+    {
+        char field[9] = {};
+        for (unsigned k = 0, rest = code; k < 8; ++k, rest /= letters) field[k] = alphabet[rest % letters];
+        const std::string_view text(field, 8);
+        const std::size_t begin = text.find_first_not_of(' ');
+        std::size_t end = begin;
+        std::uint32_t expected = 0;
+        for (; end < 8 && is_digit(text[end]); ++end) expected = 10 * expected + static_cast<std::uint32_t>(text[end] - '0');
+        const bool plain = begin != std::string_view::npos && end > begin && text.find_first_not_of(' ', end) == std::string_view::npos;
+        std::uint32_t value = 0;
+        ASSERT_EQ(natural_of_field(load_eight(field), value), plain) << field;
+        ASSERT_EQ(plain ? value : expected, expected) << field;
     }
 }
 
