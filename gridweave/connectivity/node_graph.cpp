@@ -133,7 +133,7 @@ int build_node_graph(const dense2D<unsigned>& connectivity, const dense1D<unsign
             *next = neighbor;
             next += is_new;
         },
-        [](unsigned) {});
+        [&](unsigned) {});
     --list.size;
     return 0;
 }

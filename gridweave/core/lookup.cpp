@@ -172,6 +172,7 @@ void for_each_stretch(const dense2D<unsigned>& columns, dense1D<placed_column>& 
 int get_IDs(const dense1D<unsigned>& a, const dense1D<unsigned>& b, dense1D<unsigned>& b_in_a, dense1D<unsigned>& a_in_b)
 {
     const bool apart = detach(b_in_a, a, b) && detach(a_in_b, a, b, b_in_a);
+    if (!apart) b_in_a.size = a_in_b.size = 0; // they may still look at the input's entries
     const bool b_filled = apart && fill_with_none(b_in_a, b.size);
     const bool a_filled = apart && fill_with_none(a_in_b, a.size);
     // This form has no code for want of memory: what cannot be related stays none.
@@ -194,6 +195,7 @@ int get_IDs(const dense1D<unsigned>& a, const dense1D<unsigned>& b, dense1D<unsi
 int get_IDs(const dense2D<unsigned>& a, const dense2D<unsigned>& b, dense1D<unsigned>& b_in_a, dense1D<unsigned>& a_in_b, bool exact)
 {
     const bool apart = detach(b_in_a, a, b) && detach(a_in_b, a, b, b_in_a);
+    if (!apart) b_in_a.size = a_in_b.size = 0; // they may still look at the input's entries
     const bool b_filled = apart && fill_with_none(b_in_a, b.cols);
     const bool a_filled = apart && fill_with_none(a_in_b, a.cols);
     if (!b_filled || !a_filled) return out_of_memory;

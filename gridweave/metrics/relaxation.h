@@ -241,14 +241,13 @@ inline bool keep_to_way(travel way, double start, double& size)
     return true;
 }
 
-/// The same for tensors, in every direction of their common basis. False, with the tensor as it was, when they have none.
+/// The same for tensors, in every direction of their common basis, for a way that is decided. False, with the tensor as it was, when they
+/// have none.
 template <unsigned D>
 bool keep_to_way(travel way, const tensor<D>& start, tensor<D>& m)
 {
     const tensor<D> asked = m;
-    if (way == travel::grow) return maximum_metric_inner(start, asked, m);
-    if (way == travel::shrink) return minimum_metric_inner(start, asked, m);
-    return true;
+    return way == travel::grow ? maximum_metric_inner(start, asked, m) : minimum_metric_inner(start, asked, m);
 }
 
 /// How far two metrics are apart, as a ratio of sizes from 1 up; what does not compare counts as no change.

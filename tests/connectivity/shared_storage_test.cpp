@@ -5,6 +5,7 @@
 
 #include <tq4/gridweave/connectivity.h>
 
+#include "support/failing_allocator.h"
 #include "support/meshes.h"
 
 namespace
@@ -115,6 +116,49 @@ TEST_P(SharedStorage, LeavesGraphsSubdomainsAndEdgesRight)
     ASSERT_EQ(copy_edges(connectivity, kind, expected), 0);
     ASSERT_EQ(copy_edges(connectivity, kind, edges), 0);
     EXPECT_EQ(columns(edges), columns(expected));
+}
+
+TEST_P(SharedStorage, LeavesTheInputAsItIsWhereMemoryRunsOut)
+{
+    dense2D<unsigned> neighbors;
+    dense1D<unsigned> ancestors;
+    dense2D<unsigned> boundaries;
+    ASSERT_EQ(get_neighbors(connectivity, kind, true, neighbors), 0);
+    ASSERT_EQ(get_ancestors(connectivity, ancestors), 0);
+    ASSERT_EQ(get_mesh_boundaries(connectivity, neighbors, kind, boundaries), 0);
+    const dense1D<unsigned> colors(connectivity.cols, 0);
+    const dense1D<int> kinds(1, kind);
+    const auto former_connectivity = columns(connectivity);
+    const auto former_neighbors = columns(neighbors);
+
+    // The outputs of each call, which are given storage of their own one after the other.
+    const auto refuse = [](unsigned outputs, auto&& call) {
+        for (unsigned n = 1; n <= outputs; ++n)
+        {
+            const test::failing_allocation failing(n);
+            EXPECT_EQ(call(), out_of_memory) << n;
+        }
+    };
+    unsigned stride = 0;
+    dense2D<unsigned> matrix;
+    dense1D<unsigned> first, second;
+    const auto column = [](const dense2D<unsigned>& m, unsigned rows) { return m.sub_matrix(0, 0, rows, 1); };
+    const unsigned rows = boundaries.rows;
+    refuse(1, [&] { return matrix = column(connectivity, rows), get_element_boundaries(connectivity, kind, matrix); });
+    refuse(1, [&] { return matrix = column(neighbors, rows), get_mesh_boundaries(connectivity, neighbors, kind, matrix); });
+    refuse(1, [&] { return matrix = column(neighbors, rows), get_colors_boundaries(connectivity, neighbors, colors, kind, true, matrix); });
+    refuse(1, [&] { return matrix = column(connectivity, 2), copy_edges(connectivity, kind, matrix); });
+    refuse(1, [&] { return matrix = column(connectivity, 2), copy_edges(&connectivity, &connectivity + 1, kinds, matrix); });
+    refuse(1, [&] { return first = entries_of(neighbors), get_mesh_bounding_elements(connectivity, neighbors, kind, first, stride); });
+    refuse(1, [&] {
+        first = ancestors;
+        return get_elements_on_boundaries(boundaries, connectivity, neighbors, ancestors, kind, first, stride);
+    });
+    refuse(2, [&] { return first = second = entries_of(connectivity), get_connected_elements(connectivity, first, second); });
+    refuse(2, [&] { return first = second = entries_of(connectivity), get_node_graph(connectivity, first, second); });
+    refuse(2, [&] { return first = second = entries_of(neighbors), get_subdomains(neighbors, first, second); });
+    EXPECT_EQ(columns(connectivity), former_connectivity);
+    EXPECT_EQ(columns(neighbors), former_neighbors);
 }
 
 INSTANTIATE_TEST_SUITE_P(AllKinds, SharedStorage, testing::Range(0u, 9u));

@@ -306,6 +306,23 @@ TEST(SortedOrder, AnswersWantOfMemoryWithEmptyOutputs)
     EXPECT_EQ(get_sorted_order(dense1D<unsigned>(), order, starts), out_of_memory);
 }
 
+TEST(SortedOrder, AnswersWantOfMemoryWhereAnOutputSharesTheListsStorage)
+{
+    for (const bool shares_order : {true, false})
+    {
+        auto v = ids_of({2, 0, 2, none});
+        dense1D<unsigned> order;
+        dense1D<unsigned> starts = v;
+        if (shares_order) std::swap(order, starts);
+        {
+            const test::failing_allocation failing(1);
+            EXPECT_EQ(get_sorted_order(v, order, starts), out_of_memory);
+        }
+        EXPECT_EQ(order.size + starts.size, 0u);
+        EXPECT_EQ(list(v), (std::vector<unsigned>{2, 0, 2, none}));
+    }
+}
+
 TEST(SortedOrder, OfValuesBeyondTheCountsIsWantOfMemory)
 {
     for (const unsigned value : {none - 1, none - 2, none - 3})

@@ -203,6 +203,22 @@ TEST(ListLookup, RelatesNothingWithoutMemory)
     }
 }
 
+TEST(ListLookup, LeavesNothingInOutputsThatShareTheInputWhereMemoryRunsOut)
+{
+    const auto a = ids_of({4, 2, 3});
+    const auto b = ids_of({2, 4});
+    for (unsigned n = 1; n <= 2; ++n)
+    {
+        dense1D<unsigned> b_in_a = a;
+        dense1D<unsigned> a_in_b = a;
+        const test::failing_allocation failing(n);
+        EXPECT_EQ(get_IDs(a, b, b_in_a, a_in_b), 0);
+        EXPECT_TRUE(failing.has_failed());
+        EXPECT_EQ(b_in_a.size + a_in_b.size, 0u) << n;
+        EXPECT_EQ(list(a), (ids{4, 2, 3}));
+    }
+}
+
 TEST(ListLookup, SortsWhereTheTableIsRefused)
 {
     const auto a = ids_of({4, 2, 3});
@@ -317,6 +333,21 @@ TEST(ColumnLookup, StandsAMillionColumnsOfOneKey)
     for (unsigned c = 0; c < count; ++c) ASSERT_TRUE(b_in_a[c] == c % 2 && a_in_b[c] == c % 2) << c;
     ASSERT_EQ(get_IDs(a, a, b_in_a, a_in_b, false), 0);
     for (unsigned c = 0; c < count; ++c) ASSERT_TRUE(b_in_a[c] == 0 && a_in_b[c] == 0) << c;
+}
+
+TEST(ColumnLookup, LeavesNothingInOutputsThatShareTheInputWhereMemoryRunsOut)
+{
+    const auto a = elements_of({{1, 2, 3}, {3, 2, 1}});
+    const auto b = elements_of({{2, 1, 3}});
+    for (unsigned n = 1; n <= 2; ++n)
+    {
+        dense1D<unsigned> b_in_a = a.as_vector();
+        dense1D<unsigned> a_in_b = a.as_vector();
+        const test::failing_allocation failing(n);
+        EXPECT_EQ(get_IDs(a, b, b_in_a, a_in_b, false), out_of_memory);
+        EXPECT_EQ(b_in_a.size + a_in_b.size, 0u) << n;
+        EXPECT_EQ(list(a.as_vector()), (ids{1, 2, 3, 3, 2, 1}));
+    }
 }
 
 TEST(ColumnLookup, AnswersWantOfMemory)

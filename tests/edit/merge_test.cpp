@@ -406,6 +406,25 @@ TEST(Merge, AgreesWithThePlainRulesOnLists)
     }
 }
 
+TEST(Merge, AgreesWithThePlainRulesWhereHundredsOfPlacesAreWithinTheTolerance)
+{
+    constexpr unsigned count = 1200;
+    indices all(count);
+    std::iota(all.begin(), all.end(), 0u);
+    const indices later(all.begin() + count / 2, all.end());
+    for (const unsigned rows : {2u, 3u})
+        for (const indices& targets : {all, later})
+        {
+            const auto pos = test::random_points(rows, count, rows);
+            const double tol = rows; // above the size of all
+            indices expected;
+            dense1D<unsigned> new_ids;
+            const int code = plain_merge(pos, all, targets, expected, tol);
+            ASSERT_EQ(merge(pos, as_vector(all), as_vector(targets), new_ids, tol), code) << rows << " rows";
+            ASSERT_EQ(test::list(new_ids), expected) << rows << " rows";
+        }
+}
+
 TEST(Merge, AgreesWithThePlainRulesOnMeshes)
 {
     const double tolerances[] = {0.0, 1.0, 1.0, 1.4142135623730951, 2.0, 0.5, 5.0, infinity};

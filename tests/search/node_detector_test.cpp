@@ -427,6 +427,29 @@ TEST(NodeDetector, GrowsDeepNodeByNode)
     expect_same_answers(copy, reference, pos, 50, 1);
 }
 
+TEST(NodeDetector, StaysAsItIsWhereMemoryRunsOutWhileItGrowsDeep)
+{
+    dense2D<double> pos(2, 200, 0.0);
+    for (unsigned c = 0; c < 200; ++c) pos(0, c) = pos(1, c) = c;
+    node_detector detector(pos, dense1D<unsigned>());
+    for (unsigned c = 0; c < 200; ++c)
+        for (unsigned n = 1;; ++n)
+        {
+            const auto next = ids_of({c});
+            unsigned added = 0;
+            bool refused = false;
+            {
+                const test::failing_allocation failing(n);
+                added = detector.insert(next);
+                refused = failing.has_failed();
+            }
+            ASSERT_EQ(added, refused ? 0u : 1u) << c;
+            ASSERT_EQ(detector.size(), c + added) << c;
+            ASSERT_EQ(detector.find_closest(point_2d{300, 300}), refused ? c - 1 : c) << c;
+            if (!refused) break;
+        }
+}
+
 TEST(NodeDetector, TakesAMillionNodesAtOnePlace)
 {
     constexpr unsigned count = 1000000;
