@@ -138,6 +138,17 @@ TEST(Histogram, CopiesHaveCountersOfTheirOwn)
     EXPECT_EQ(moved.bin_count(0), 2u);
 }
 
+TEST(Histogram, AssignedToItselfKeepsItsCounts)
+{
+    histogram h(0.0, 4.0, 4);
+    h.process(1.5);
+    const histogram& same = h;
+    h = same;
+    EXPECT_EQ(h.count(), 1u);
+    EXPECT_EQ(h.bins(), 4u);
+    EXPECT_EQ(h.bin_count(1), 1u);
+}
+
 TEST(Histogram, ResetKeepsTheBins)
 {
     histogram h(0.0, 1.0, 2);

@@ -495,12 +495,17 @@ TEST(Merge, ReportsMemoryRunningOut)
             in.odd(0, 7) = nan;
             return merge(in.odd, in.new_ids, 1.0);
         },
+        [](inputs& in) { return merge(in.pos, in.new_ids, 1e200); },
         [](inputs& in) { return merge(in.pos, in.ids, in.new_ids, 1.0); },
         [](inputs& in) { return merge(in.pos, in.ids, in.others, in.new_ids, 1.0); },
         [](inputs& in) { return merge(in.pos, in.ids, in.others, in.new_ids, 5.0); },
         [](inputs& in) { return merge(in.mesh.pos, in.mesh.connectivity, in.new_ids, 0.5, 0); },
         [](inputs& in) { return merge(in.mesh.pos, in.mesh.connectivity, in.new_ids, 0.5, 1); },
         [](inputs& in) { return merge(in.mesh.pos, in.mesh.connectivity, in.new_ids, 0.5, 2); },
+        [](inputs& in) {
+            in.mesh.pos(0, 0) = nan;
+            return merge(in.mesh.pos, in.mesh.connectivity, in.new_ids, 0.5, 2);
+        },
         [](inputs& in) { return merge(in.mesh.pos, in.mesh.connectivity, in.second, in.new_ids, 0.5, 0); },
         [](inputs& in) { return merge(in.mesh.pos, in.mesh.connectivity, in.second, in.new_ids, 0.5, 1); },
         [](inputs& in) { return merge(in.mesh.pos, in.mesh.connectivity, in.second, in.new_ids, 0.5, 2); },

@@ -446,7 +446,9 @@ TEST(WavefrontOutput, TestsItsArgumentsInOrderAndLeavesAnEmptyFile)
     EXPECT_EQ(refused(four_rows, four_rows, four_rows, bad_triangle, bad_quad), -2);
     EXPECT_EQ(refused(pos, fits_plane, four_rows, bad_triangle, bad_quad), -3);
     EXPECT_EQ(refused(pos, four_rows, four_rows, bad_triangle, bad_quad), -3);
+    EXPECT_EQ(refused(pos, dense2D<double>(3, 1, 0.0), four_rows, bad_triangle, bad_quad), -3);
     EXPECT_EQ(refused(pos, fits, fits, bad_triangle, bad_quad), -4);
+    EXPECT_EQ(refused(pos, fits, dense2D<double>(2, 3, 0.0), bad_triangle, bad_quad), -4);
     EXPECT_EQ(refused(pos, fits, fits_plane, bad_triangle, bad_quad), -5);
     EXPECT_EQ(refused(pos, nothing, nothing, none_at_all, bad_quad), -6);
     EXPECT_EQ(refused(dense2D<double>(), nothing, nothing, none_at_all, none_at_all), -2);

@@ -152,6 +152,13 @@ TEST(NodeDetector, SkipsNoneAndIndicesBeyondTheColumns)
     EXPECT_EQ(detector.size(), 1u);
     EXPECT_EQ(detector.insert(ids_of({3, none_index, 2, 100})), 1u);
     EXPECT_EQ(detector.size(), 2u);
+    dense1D<unsigned> strays(1000, 3);
+    strays[500] = none_index;
+    EXPECT_EQ(detector.insert(strays), 0u);
+    EXPECT_EQ(detector.size(), 2u);
+    strays[500] = 0;
+    EXPECT_EQ(detector.insert(strays), 1u);
+    EXPECT_EQ(detector.find_closest(point_2d{-1, 0}), 0u);
 }
 
 TEST(NodeDetector, CountsTheRecordOfARefusedRepeatUntilItsReuse)
@@ -425,6 +432,13 @@ TEST(NodeDetector, GrowsDeepNodeByNode)
     }
     const node_detector copy(detector);
     expect_same_answers(copy, reference, pos, 50, 1);
+    for (unsigned n = 1;; ++n)
+    {
+        const test::failing_allocation failing(n);
+        const node_detector limited(detector);
+        EXPECT_EQ(limited.size(), failing.has_failed() ? 0u : 400u);
+        if (!failing.has_failed()) break;
+    }
 }
 
 TEST(NodeDetector, StaysAsItIsWhereMemoryRunsOutWhileItGrowsDeep)
