@@ -324,7 +324,8 @@ void relax(mesh_source& source, state& s, Field& field)
     const bool frozen = source.flip();
     const bool limits_variation = source.flip();
     const double limit = source.below(4) ? (1 + source.below(16)) / 8.0 : source.number();
-    const dense1D<unsigned>& indices = source.flip() ? s.ids : dense1D<unsigned>();
+    // With frozen nodes around, a move is a compromise between them.
+    const dense1D<unsigned> indices = source.flip() ? source.indices(s.mesh.pos.cols) : dense1D<unsigned>();
     const auto call = [&](Field& on) {
         return limits_variation
                    ? bound_metric_variations(s.mesh.pos, s.mesh.connectivity, s.mesh.kind, indices, frozen, direction, limit, on)
