@@ -4,6 +4,7 @@
 
 #include "gridweave/core/append.h"
 #include "gridweave/io/femap_tables.h"
+#include "gridweave/io/mesh_ranges.h"
 #include "gridweave/io/numbered_nodes.h"
 #include "gridweave/io/text_reader.h"
 #include "gridweave/io/text_scanner.h"
@@ -362,11 +363,9 @@ int FEMAP_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& conne
 int FEMAP_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect, element_type& kind)
 {
     kind = ELEM_NONE;
-    dense1D<unsigned> run_starts;
-    dense1D<int> kinds;
-    dense1D<unsigned> colors;
-    const int status = FEMAP_input(file, pos, connect, run_starts, kinds, colors);
-    if (status == 0 && kinds.size == 1) kind = static_cast<element_type>(kinds[0]);
+    element_runs runs;
+    const int status = FEMAP_input(file, pos, connect, runs.run_starts, runs.kinds, runs.numbers);
+    if (status == 0 && runs.kinds.size == 1) kind = static_cast<element_type>(runs.kinds[0]);
     return status;
 }
 
@@ -377,19 +376,17 @@ int FEMAP_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& conne
     connect2.clear();
     kind1 = ELEM_NONE;
     kind2 = ELEM_NONE;
-    dense2D<unsigned> connect;
-    dense1D<unsigned> run_starts;
-    dense1D<int> kinds;
-    dense1D<unsigned> colors;
-    const int status = FEMAP_input(file, pos, connect, run_starts, kinds, colors);
-    if (status != 0 || run_starts.size < 2 || run_starts[1] == 0) return status;
+    element_runs runs;
+    const int status = FEMAP_input(file, pos, runs.connect, runs.run_starts, runs.kinds, runs.numbers);
+    if (status != 0 || runs.run_starts.size < 2 || runs.run_starts[1] == 0) return status;
 
-    kind1 = static_cast<element_type>(kinds[0]);
+    kind1 = static_cast<element_type>(runs.kinds[0]);
     // The first run keeps all rows and the second is cut to those of its kind; the difference is deliberate.
-    connect1 = connect.sub_matrix(0, 0, connect.rows, run_starts[1]);
-    if (run_starts.size < 3) return status;
-    kind2 = static_cast<element_type>(kinds[1]);
-    connect2 = connect.sub_matrix(0, run_starts[1], std::min(nbr_nodes(kind2), connect.rows), run_starts[2] - run_starts[1]);
+    connect1 = runs.connect.sub_matrix(0, 0, runs.connect.rows, runs.run_starts[1]);
+    if (runs.run_starts.size < 3) return status;
+    kind2 = static_cast<element_type>(runs.kinds[1]);
+    connect2 = runs.connect.sub_matrix(0, runs.run_starts[1], std::min(nbr_nodes(kind2), runs.connect.rows),
+                                       runs.run_starts[2] - runs.run_starts[1]);
     return status;
 }
 

@@ -38,6 +38,15 @@ int as_range(const dense2D<unsigned> (&matrices)[N], const element_type (&kinds)
     return kind_list.size == N ? output(matrices, matrices + N, kind_list) : out_of_memory;
 }
 
+/// What a reader finds: all elements in one matrix, its runs, and one number per element.
+struct element_runs
+{
+    dense2D<unsigned> connect;
+    dense1D<unsigned> run_starts;
+    dense1D<int> kinds;
+    dense1D<unsigned> numbers; ///< property or colour
+};
+
 /// Kind of one column of a run: that of the run, or what the padding of the column says in a mixed run. Rows that the matrix does not
 /// have count as none.
 element_type kind_of_column(element_type run_kind, const unsigned* column, unsigned rows);

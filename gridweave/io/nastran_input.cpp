@@ -422,14 +422,13 @@ int NASTRAN_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& con
 int NASTRAN_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& connect, element_type& kind)
 {
     kind = ELEM_NONE;
-    dense1D<unsigned> run_starts;
-    dense1D<int> kinds;
-    dense1D<unsigned> property_ids;
-    const int result = NASTRAN_input(file, pos, connect, run_starts, kinds, property_ids);
-    if (result != 0 || kinds.empty()) return result;
+    element_runs runs;
+    const int result = NASTRAN_input(file, pos, connect, runs.run_starts, runs.kinds, runs.numbers);
+    if (result != 0 || runs.kinds.empty()) return result;
 
-    kind = static_cast<element_type>(kinds[0]);
-    for (unsigned run = 1; run < kinds.size && kind != ELEM_NONE; ++run) kind = joint_kind(kind, static_cast<element_type>(kinds[run]));
+    kind = static_cast<element_type>(runs.kinds[0]);
+    for (unsigned run = 1; run < runs.kinds.size && kind != ELEM_NONE; ++run)
+        kind = joint_kind(kind, static_cast<element_type>(runs.kinds[run]));
     return 0;
 }
 
@@ -439,17 +438,14 @@ int NASTRAN_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& con
     connect1.clear_hard();
     connect2.clear_hard();
     kind1 = kind2 = ELEM_NONE;
-    dense2D<unsigned> connect;
-    dense1D<unsigned> run_starts;
-    dense1D<int> kinds;
-    dense1D<unsigned> property_ids;
-    const int result = NASTRAN_input(file, pos, connect, run_starts, kinds, property_ids);
+    element_runs runs;
+    const int result = NASTRAN_input(file, pos, runs.connect, runs.run_starts, runs.kinds, runs.numbers);
     if (result != 0) return result;
 
     const auto take_run = [&](unsigned run, dense2D<unsigned>& part, element_type& kind) {
-        if (run >= kinds.size) return;
-        kind = static_cast<element_type>(kinds[run]);
-        part = connect.sub_matrix(0, run_starts[run], nbr_nodes(kind), run_starts[run + 1] - run_starts[run]);
+        if (run >= runs.kinds.size) return;
+        kind = static_cast<element_type>(runs.kinds[run]);
+        part = runs.connect.sub_matrix(0, runs.run_starts[run], nbr_nodes(kind), runs.run_starts[run + 1] - runs.run_starts[run]);
     };
     take_run(0, connect1, kind1);
     take_run(1, connect2, kind2);

@@ -444,6 +444,22 @@ bool streams_use_classic_numbers()
            has_classic<std::num_get<char>>(global);
 }
 
+namespace
+{
+
+/// A number of any length, whose extent and sign are known. It stands apart, so that numbers of the usual length need not make room for it.
+[[gnu::noinline]] const char* scan_hard_real(const char* unsigned_text, const char* end, bool negative, double& value)
+{
+    double magnitude = 0;
+    const auto [stop, error] = std::from_chars(unsigned_text, end, magnitude);
+    // What comes out as 0, denormal or infinite is left to the C library, whose rounding there is the reference.
+    if (error != std::errc{} || stop != end || !(magnitude >= DBL_MIN) || !(magnitude <= DBL_MAX)) return nullptr;
+    value = negative ? -magnitude : magnitude;
+    return end;
+}
+
+} // namespace
+
 const char* scan_real(const char* text, double& value)
 {
     // Signs cannot be guessed: no branch depends on them.
@@ -495,12 +511,7 @@ const char* scan_real(const char* text, double& value)
         value = std::bit_cast<double>(std::bit_cast<std::uint64_t>(magnitude) | std::uint64_t{negative} << 63);
         return at;
     }
-    double magnitude = 0;
-    const auto [stop, error] = std::from_chars(unsigned_text, at, magnitude);
-    // What comes out as 0, denormal or infinite is left to the C library, whose rounding there is the reference.
-    if (error != std::errc{} || stop != at || !(magnitude >= DBL_MIN) || !(magnitude <= DBL_MAX)) return nullptr;
-    value = negative ? -magnitude : magnitude;
-    return at;
+    return scan_hard_real(unsigned_text, at, negative, value);
 }
 
 double parse_real(const char* text, bool decimal_point)
