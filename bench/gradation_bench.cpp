@@ -1,16 +1,27 @@
 // The relaxation of metric fields against its plain form: the same moves on the same fields, so the same results, which are compared.
 //
-//   gradation_bench [thousands of nodes] [s|t|st: sizes, tensors] [noise|places|frozen|all] [without]
+//   gradation_bench [thousands of nodes] [word ...]
 //
-// With `without` the plain form is not run, and the counts are not known.
+// Words choose what is run; of a group of which none is given, all are:
+//   plane, space                 grids of triangles, of tetrahedra
+//   sizes, tensors               the form of the field
+//   noise, places                sizes that jump from node to node; a wide size with 20 small places
+//   shrink, either, grow         the directions -1, 0 and 1
+//   tight, row, loose, coarse    the limits 0.1, 0.2, 0.3 and 1
+// and more:
+//   frozen                       5% of the nodes stay as they are
+//   without                      the plain form is not run, and the counts are not known
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <tq4/gridweave/metrics.h>
@@ -111,36 +122,69 @@ void measure(const mesh& m, const char* name, const Field& field, std::vector<Me
     std::fflush(stdout);
 }
 
-template <unsigned D>
-void measure_mesh(unsigned nodes, const std::string& forms, const std::string& fields, bool with_plain)
+/// The words of the command line.
+class choice
 {
-    const mesh m = bench::field_grid(D, nodes, numbers);
+public:
+    choice(int argc, char** argv) : words_(argv + std::min(argc, 2), argv + argc) {}
+
+    bool has(std::string_view word) const { return std::find(words_.begin(), words_.end(), word) != words_.end(); }
+
+    /// Whether the word of a group was given, or none of the group.
+    bool takes(std::string_view word, std::initializer_list<std::string_view> group) const
+    {
+        return has(word) || std::none_of(group.begin(), group.end(), [&](std::string_view other) { return has(other); });
+    }
+
+private:
+    std::vector<std::string> words_;
+};
+
+template <unsigned D, class Sizes>
+void measure_fields(const mesh& m, const std::string& name, Sizes&& sizes, const choice& chosen)
+{
+    struct named_limit
+    {
+        const char* word;
+        double g;
+    };
+    struct named_direction
+    {
+        const char* word;
+        int direction;
+    };
+
     dense1D<unsigned> frozen;
-    if (fields == "frozen")
+    if (chosen.has("frozen"))
         for (unsigned n = 0; n < m.pos.cols; ++n)
             if (numbers.engine()() % 20 == 0) frozen.push_back(n);
 
-    const auto run = [&](const char* name, auto&& sizes) {
-        for (const double g : {0.1, 0.2, 0.3, 1.0})
-            for (const int direction : {-1, 0, 1})
+    const bool with_plain = !chosen.has("without");
+    for (const auto& [limit_word, g] : {named_limit{"tight", 0.1}, {"row", 0.2}, {"loose", 0.3}, {"coarse", 1.0}})
+        for (const auto& [way_word, direction] : {named_direction{"shrink", -1}, {"either", 0}, {"grow", 1}})
+        {
+            if (!chosen.takes(limit_word, {"tight", "row", "loose", "coarse"})) continue;
+            if (!chosen.takes(way_word, {"shrink", "either", "grow"})) continue;
+            if (chosen.takes("sizes", {"sizes", "tensors"}))
             {
-                if (g != 0.2 && direction == 1) continue;
-                if (forms.find('s') != std::string::npos)
-                {
-                    const dense1D<double> field = size_field(m, sizes);
-                    measure<dense1D<double>, double, D>(m, (std::string("sizes ") + name).c_str(), field, entries(field), frozen, direction,
-                                                        g, with_plain);
-                }
-                if (forms.find('t') != std::string::npos)
-                {
-                    const dense2D<double> field = tensor_field(m, sizes);
-                    measure<dense2D<double>, tensor<D>, D>(m, (std::string("tensors ") + name).c_str(), field, entries<D>(field), frozen,
-                                                           direction, g, with_plain);
-                }
+                const dense1D<double> field = size_field(m, sizes);
+                measure<dense1D<double>, double, D>(m, ("sizes " + name).c_str(), field, entries(field), frozen, direction, g, with_plain);
             }
-    };
-    if (fields != "places") run("noise", noise);
-    if (fields == "places" || fields == "all") run("places", places);
+            if (chosen.takes("tensors", {"sizes", "tensors"}))
+            {
+                const dense2D<double> field = tensor_field(m, sizes);
+                measure<dense2D<double>, tensor<D>, D>(m, ("tensors " + name).c_str(), field, entries<D>(field), frozen, direction, g,
+                                                       with_plain);
+            }
+        }
+}
+
+template <unsigned D>
+void measure_mesh(unsigned nodes, const choice& chosen)
+{
+    const mesh m = bench::field_grid(D, nodes, numbers);
+    if (chosen.takes("noise", {"noise", "places"})) measure_fields<D>(m, "noise", noise, chosen);
+    if (chosen.takes("places", {"noise", "places"})) measure_fields<D>(m, "places", places, chosen);
 }
 
 } // namespace
@@ -148,9 +192,7 @@ void measure_mesh(unsigned nodes, const std::string& forms, const std::string& f
 int main(int argc, char** argv)
 {
     const unsigned nodes = 1000 * static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 100);
-    const std::string forms = argc > 2 ? argv[2] : "st";
-    const std::string fields = argc > 3 ? argv[3] : "noise";
-    const bool with_plain = argc <= 4;
-    measure_mesh<2>(nodes, forms, fields, with_plain);
-    measure_mesh<3>(nodes, forms, fields, with_plain);
+    const choice chosen(argc, argv);
+    if (chosen.takes("plane", {"plane", "space"})) measure_mesh<2>(nodes, chosen);
+    if (chosen.takes("space", {"plane", "space"})) measure_mesh<3>(nodes, chosen);
 }

@@ -307,8 +307,10 @@ public:
             const gradation_record worst = heap_.top();
             const unsigned i = worst.node;
             const unsigned j = worst.neighbour;
-            prefetch(&status_[i]);
-            prefetch(&status_[j]);
+            heap_.for_each_next([&](const gradation_record& next) {
+                prefetch(&status_[next.node]);
+                prefetch(&status_[next.neighbour]);
+            });
             heap_.pop();
             // Most records are stale by now: one of the ends has moved since.
             if (status_[i] > worst.stamp) continue;
