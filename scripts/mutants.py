@@ -172,8 +172,11 @@ def mutants_of(file, quota, programs):
         for begin, end, replacement in places(code):
             line = text.count("\n", 0, begin) + 1
             whole = text.split("\n")[line - 1].strip()
+            statement = re.split("[;{}]", code[:begin])[-1]
             # What the compiler checks, what changes no result, and loops that never run, or run too far, which is for sanitizers.
-            if re.search(r"static_assert|^template|prefetch", whole) or (operator in ("comparison", "order") and whole.startswith("for (")):
+            if re.search(r"static_assert|template|prefetch", statement + whole):
+                continue
+            if operator in ("comparison", "order") and whole.startswith("for ("):
                 continue
             seen[whole] = seen.get(whole, 0) + 1
             rank = hashlib.sha256(f"{operator} {whole} {seen[whole]}".encode()).hexdigest()
@@ -263,6 +266,11 @@ def fate_of(mutant):
         place.write_text(original)
 
 
+def without_line(text):
+    """What a fate is kept under: lines move."""
+    return re.sub(r":\d+ ", " ", text, count=1)
+
+
 def main():
     arguments = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     arguments.add_argument("--list", action="store_true", help="only print the mutants")
@@ -274,11 +282,11 @@ def main():
     mutants = [mutant for entry in QUOTAS for mutant in mutants_of(*entry) if re.search(choice.only, mutant.text)]
     fates = {}
     if FATES.is_file():
-        fates = dict(reversed(line.split("  ", 1)) for line in FATES.read_text().splitlines())
+        fates = {without_line(text): fate for fate, text in (re.split("  +", line, 1) for line in FATES.read_text().splitlines())}
     if choice.survivors:
-        mutants = [mutant for mutant in mutants if fates.get(mutant.text) == "survived"]
+        mutants = [mutant for mutant in mutants if fates.get(without_line(mutant.text)) == "survived"]
     if choice.rest:
-        mutants = [mutant for mutant in mutants if mutant.text not in fates]
+        mutants = [mutant for mutant in mutants if without_line(mutant.text) not in fates]
     if choice.list:
         print(*(mutant.text for mutant in mutants), f"{len(mutants)} mutants", sep="\n")
         return
@@ -293,7 +301,7 @@ def main():
     begin = time.time()
     for mutant in mutants:
         fate = fate_of(mutant)
-        fates[mutant.text] = fate
+        fates[without_line(mutant.text)] = fate
         counts[fate] = counts.get(fate, 0) + 1
         print(f"{fate:16}  {mutant.text}", flush=True)
         FATES.write_text("".join(f"{known}  {text}\n" for text, known in fates.items()))
