@@ -133,7 +133,7 @@ int build_node_graph(const dense2D<unsigned>& connectivity, const dense1D<unsign
             *next = neighbor;
             next += is_new;
         },
-        [&](unsigned) {});
+        [](unsigned) {}); // GCOVR_EXCL_LINE: gcov counts no calls of an empty body
     --list.size;
     return 0;
 }

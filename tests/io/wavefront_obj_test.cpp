@@ -300,6 +300,8 @@ TEST(WavefrontInput, ReadsWhatStreamsRead)
                              "f 1- 2 3\n",
                              "f 007 08 9\n",
                              "f 0x1 2 3\n",
+                             "vt 0 0\nf 1/1234567890 2 3\n",
+                             "vt 0 0\nf 1/12345678901 2 3\n",
                              "f - 1 2 3\n",
                              "f //\n",
                              "vn 1 2 3\nf //1 1 2 3\n",
