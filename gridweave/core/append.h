@@ -9,13 +9,21 @@
 namespace tq4::gridweave
 {
 
+/// True when one more column stands in the block already: the usual case, told without the division of `column_capacity`.
+template <class T>
+bool has_room_for_column(const dense2D<T>& matrix)
+{
+    if (matrix.ld == 0 || !matrix.block) return matrix.cols < matrix.column_capacity();
+    return matrix.offset + (std::uint64_t{matrix.cols} + 1) * matrix.ld <= matrix.block->capacity;
+}
+
 /// Appends one column of `rows` entries to `matrix`, doubling its column capacity with a floor of `least` columns. False, with nothing
 /// stored, when the matrix has columns of another height or memory runs out.
 template <class T>
 bool append_column(dense2D<T>& matrix, const T* entries, unsigned rows, unsigned least = 4)
 {
     if (matrix.cols != 0 && matrix.rows != rows) return false;
-    if (matrix.cols >= matrix.column_capacity())
+    if (!has_room_for_column(matrix))
     {
         // A non-dense matrix needs room for its leading dimension; a product beyond 32 bits fails in `reserve`.
         const std::uint64_t doubled = std::max<std::uint64_t>(2ull * matrix.cols, least);
