@@ -1,56 +1,22 @@
 // The search tree and node merging on a million nodes.
 
 #include <cmath>
-#include <random>
 
 #include <benchmark/benchmark.h>
 
 #include <tq4/gridweave/edit.h>
 #include <tq4/gridweave/search.h>
 
+#include "points.h"
+
 namespace
 {
 
 using namespace tq4;
 using namespace tq4::gridweave;
+using namespace bench;
 
 using point = vector_fixed<double, 3>;
-
-class random_numbers
-{
-public:
-    explicit random_numbers(unsigned seed) : engine_(seed) {}
-    double operator()() { return static_cast<double>(engine_() >> 11) * 0x1p-53; }
-
-private:
-    std::mt19937_64 engine_;
-};
-
-dense2D<double> points_in_cube(unsigned count, unsigned seed)
-{
-    random_numbers random(seed);
-    dense2D<double> pos(3, count);
-    for (unsigned c = 0; c < count; ++c)
-        for (unsigned k = 0; k < 3; ++k) pos(k, c) = random();
-    return pos;
-}
-
-dense2D<double> points_on_surface(unsigned count, unsigned seed)
-{
-    dense2D<double> pos = points_in_cube(count, seed);
-    for (unsigned c = 0; c < count; ++c) pos(2, c) = 0.2 * std::sin(6.0 * pos(0, c)) * std::cos(5.0 * pos(1, c));
-    return pos;
-}
-
-/// Every point of the first half has a partner within `distance` in the second.
-dense2D<double> pairs_in_cube(unsigned count, double distance)
-{
-    random_numbers random(3);
-    dense2D<double> pos = points_in_cube(count, 1);
-    for (unsigned c = count / 2; c < count; ++c)
-        for (unsigned k = 0; k < 3; ++k) pos(k, c) = pos(k, c - count / 2) + distance * (random() - 0.5);
-    return pos;
-}
 
 dense2D<double> make(int surface, unsigned count, unsigned seed)
 {
@@ -124,7 +90,7 @@ void merge_pairs(benchmark::State& state)
 {
     const auto count = static_cast<unsigned>(state.range(0));
     const double tol = state.range(1) ? 1e-6 : 0.0;
-    const auto pos = pairs_in_cube(count, tol);
+    const auto pos = points_in_pairs(count, tol);
     dense1D<unsigned> all(count);
     for (unsigned c = 0; c < count; ++c) all[c] = c;
     dense1D<unsigned> new_ids;

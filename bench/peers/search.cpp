@@ -6,10 +6,11 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
-#include <random>
 
 #include <tq4/gridweave/edit.h>
 #include <tq4/gridweave/search.h>
+
+#include "bench/points.h"
 
 #if PEERS_WITH_VTK
 #include <vtkDoubleArray.h>
@@ -51,42 +52,6 @@ using namespace tq4;
 using namespace tq4::gridweave;
 
 using point = vector_fixed<double, 3>;
-
-class random_numbers
-{
-public:
-    explicit random_numbers(unsigned seed) : engine_(seed) {}
-    double operator()() { return static_cast<double>(engine_() >> 11) * 0x1p-53; }
-
-private:
-    std::mt19937_64 engine_;
-};
-
-dense2D<double> points_in_cube(unsigned count, unsigned seed)
-{
-    random_numbers random(seed);
-    dense2D<double> pos(3, count);
-    for (unsigned c = 0; c < count; ++c)
-        for (unsigned k = 0; k < 3; ++k) pos(k, c) = random();
-    return pos;
-}
-
-dense2D<double> points_on_surface(unsigned count, unsigned seed)
-{
-    dense2D<double> pos = points_in_cube(count, seed);
-    for (unsigned c = 0; c < count; ++c) pos(2, c) = 0.2 * std::sin(6.0 * pos(0, c)) * std::cos(5.0 * pos(1, c));
-    return pos;
-}
-
-/// Every point of the first half has a partner within 0.87 times `tolerance` in the second.
-dense2D<double> points_in_pairs(unsigned count, double tolerance)
-{
-    random_numbers random(3);
-    dense2D<double> pos = points_in_cube(count, 1);
-    for (unsigned c = count / 2; c < count; ++c)
-        for (unsigned k = 0; k < 3; ++k) pos(k, c) = pos(k, c - count / 2) + tolerance * (random() - 0.5);
-    return pos;
-}
 
 // ---- The trees. Each is built over the columns of a matrix and answers for one point; input in a package's own containers stands ready
 // before the clock starts.
@@ -394,6 +359,40 @@ void build_row(table& rows, const cloud& where)
     r.run();
 }
 
+/// The trees over a cloud that answer for the closest point.
+struct closest_trees
+{
+    const dense2D<double>& pos;
+
+    our_tree ours{pos};
+#if PEERS_WITH_VTK
+    vtk_tree vtk{vtk_tree::input(pos)};
+#endif
+#if PEERS_WITH_NANOFLANN
+    nanoflann_tree::input nanoflann_input{pos};
+    nanoflann_tree nanoflann{nanoflann_input};
+#endif
+#if PEERS_WITH_CGAL
+    cgal_tree cgal{cgal_tree::input(pos)};
+#endif
+
+    /// Calls `contend(name, tree)` for each; ours has no name.
+    template <class Contend>
+    void each(Contend&& contend)
+    {
+        contend(nullptr, ours);
+#if PEERS_WITH_VTK
+        contend("VTK", vtk);
+#endif
+#if PEERS_WITH_NANOFLANN
+        contend("nanoflann", nanoflann);
+#endif
+#if PEERS_WITH_CGAL
+        contend("CGAL", cgal);
+#endif
+    }
+};
+
 void closest_row(table& rows, const cloud& where)
 {
     const auto count = static_cast<unsigned>(rows.chosen().items);
@@ -407,21 +406,8 @@ void closest_row(table& rows, const cloud& where)
             r, name, [&] { return closest_nodes(tree, queries, queries.cols); },
             [&](const std::vector<unsigned>& found) { return distances_to(pos, queries, found); });
     };
-    our_tree ours(pos);
-    contend(nullptr, ours);
-#if PEERS_WITH_VTK
-    vtk_tree vtk{vtk_tree::input(pos)};
-    contend("VTK", vtk);
-#endif
-#if PEERS_WITH_NANOFLANN
-    const nanoflann_tree::input nanoflann_input(pos);
-    nanoflann_tree nanoflann(nanoflann_input);
-    contend("nanoflann", nanoflann);
-#endif
-#if PEERS_WITH_CGAL
-    cgal_tree cgal{cgal_tree::input(pos)};
-    contend("CGAL", cgal);
-#endif
+    closest_trees trees{pos};
+    trees.each(contend);
     r.run();
 }
 
@@ -438,21 +424,8 @@ void closest_other_row(table& rows, const cloud& where)
             r, name, [&] { return closest_other_nodes(tree, pos); },
             [&](const std::vector<unsigned>& found) { return distances_to(pos, pos, found); });
     };
-    our_tree ours(pos);
-    contend(nullptr, ours);
-#if PEERS_WITH_VTK
-    vtk_tree vtk{vtk_tree::input(pos)};
-    contend("VTK", vtk);
-#endif
-#if PEERS_WITH_NANOFLANN
-    const nanoflann_tree::input nanoflann_input(pos);
-    nanoflann_tree nanoflann(nanoflann_input);
-    contend("nanoflann", nanoflann);
-#endif
-#if PEERS_WITH_CGAL
-    cgal_tree cgal{cgal_tree::input(pos)};
-    contend("CGAL", cgal);
-#endif
+    closest_trees trees{pos};
+    trees.each(contend);
     r.run();
 }
 

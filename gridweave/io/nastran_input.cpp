@@ -253,7 +253,7 @@ private:
         // Elements that are there already get 0 and not none in the rows that a larger one adds. That is deliberate, hosts tell the rows
         // of an element by its kind.
         if (nodes > connect_.rows && !connect_.resize(nodes, element, 0u)) return false;
-        if (element >= connect_.column_capacity()) connect_.reserve(connect_.ld, columns_to_reserve(element), 1);
+        if (!has_room_for_column(connect_)) connect_.reserve(connect_.ld, columns_to_reserve(element), 1);
         if (!connect_.resize(connect_.rows, element + 1)) return false;
 
         const node_order order = order_when_read(kind);

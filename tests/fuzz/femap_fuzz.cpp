@@ -2,7 +2,6 @@
 
 #include <tq4/gridweave.h>
 
-#include "fuzz/mesh_walk.h"
 #include "fuzz/promise.h"
 #include "fuzz/reader.h"
 #include "fuzz/run_table.h"
@@ -30,6 +29,8 @@ void write_and_read(const dense2D<double>& pos, const run_table& table)
     promise(again.connect.cols <= table.connect.cols, "no element comes from nowhere");
 }
 
+} // namespace
+
 void read(const char* file, std::uint32_t choice)
 {
     dense2D<double> pos(2, 3, 1.0);
@@ -45,38 +46,9 @@ void read(const char* file, std::uint32_t choice)
     // An element that the file ends in has its column already.
     promise(table.labels.size == table.connect.cols || (code != 0 && table.labels.size < table.connect.cols), "a colour per element");
 
-    if (choice % 4 == 2)
-    {
-        element_type kind = ELEM_HEXA27;
-        promise(FEMAP_input(file, pos, table.connect, kind) == code || limited_memory::has_refused(),
-                "one kind is read as the general form");
-        promise(code == 0 || kind == ELEM_NONE, "no kind after a failure");
-        walk_connectivity(table.connect, kind);
-        walk_geometry(pos, table.connect, kind);
-    }
-    if (choice % 4 == 3)
-    {
-        dense2D<unsigned> connects[2];
-        element_type kinds[2] = {ELEM_HEXA27, ELEM_HEXA27};
-        promise(FEMAP_input(file, pos, connects[0], connects[1], kinds[0], kinds[1]) == code || limited_memory::has_refused(),
-                "two runs are read as the general form");
-        for (unsigned k = 0; k < 2; ++k)
-        {
-            if (connects[k].empty()) continue;
-            promise(code == 0, "no elements after a failure");
-            walk_connectivity(connects[k], kinds[k]);
-            walk_geometry(pos, connects[k], kinds[k]);
-        }
-    }
+    promise_short_forms(file, choice, code, pos, table.connect, run_height::any,
+                        [](auto&&... arguments) { return FEMAP_input(arguments...); });
     if (choice % 8 == 1 && code == 0 && known_kinds && !limited_memory::has_refused()) write_and_read(pos, table);
 }
 
-} // namespace
-
 } // namespace tq4::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
-{
-    tq4::fuzz::read_twice(bytes, count, tq4::fuzz::read);
-    return 0;
-}

@@ -68,4 +68,7 @@ private:
 /// Small meshes ask for little.
 constexpr std::size_t mesh_memory = std::size_t{1} << 17;
 
+/// One input of a target that calls mesh functions. Each such target defines its own.
+void run(mesh_source& source);
+
 } // namespace tq4::fuzz

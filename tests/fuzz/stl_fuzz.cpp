@@ -26,6 +26,8 @@ void write_and_read(const dense2D<double>& pos, const dense2D<unsigned>& connect
     if (code == 0) promise(triangles.cols <= connect.cols, "no triangle comes from nowhere");
 }
 
+} // namespace
+
 void read(const char* file, std::uint32_t choice)
 {
     dense2D<double> pos(2, 3, 1.0);
@@ -54,12 +56,4 @@ void read(const char* file, std::uint32_t choice)
     if (choice % 8 == 1 && !connect.empty()) write_and_read(pos, connect, choice % 16 == 1);
 }
 
-} // namespace
-
 } // namespace tq4::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
-{
-    tq4::fuzz::read_twice(bytes, count, tq4::fuzz::read);
-    return 0;
-}

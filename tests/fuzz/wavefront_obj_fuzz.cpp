@@ -34,6 +34,8 @@ void write_and_read(const dense2D<double>& pos, const dense2D<double>& normals, 
     promise(faces[0].cols == connect_tria.cols && faces[1].cols == connect_quad.cols, "all faces come back");
 }
 
+} // namespace
+
 void read(const char* file, std::uint32_t choice)
 {
     dense2D<double> pos(2, 3, 1.0);
@@ -56,12 +58,4 @@ void read(const char* file, std::uint32_t choice)
     if (choice % 8 == 1) write_and_read(pos, normals, texcoords, connect_tria, connect_quad);
 }
 
-} // namespace
-
 } // namespace tq4::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
-{
-    tq4::fuzz::read_twice(bytes, count, tq4::fuzz::read);
-    return 0;
-}

@@ -217,6 +217,8 @@ void call(mesh_source& source, state& s)
     }
 }
 
+} // namespace
+
 void run(mesh_source& source)
 {
     static memory_file file;
@@ -231,13 +233,4 @@ void run(mesh_source& source)
     for (unsigned k = 0; k < 6 && !source.is_exhausted(); ++k) call(source, s);
 }
 
-} // namespace
-
 } // namespace tq4::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count)
-{
-    tq4::fuzz::mesh_source source(bytes, count);
-    tq4::fuzz::run(source);
-    return 0;
-}
