@@ -499,6 +499,22 @@ TEST(StlInput, TakesCoordinatesThatAreNotFinite)
     }
 }
 
+TEST(StlInput, NumbersTheCornersOfASliceWithNothingToWeld)
+{
+    // NaN keeps it from hashing, and the tree finds no pair.
+    const soup s{{{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}}, {{{9, not_a_number, 9}, {8, 9, 9}, {9, 8, 9}}}};
+    for (const std::string& content : {text_file(s), binary_file(s)})
+    {
+        const surface got = read(content);
+        EXPECT_EQ(got.result, 0);
+        EXPECT_EQ(columns(got.connect), (ids{{0, 1, 2}, {3, 4, 5}}));
+        ASSERT_EQ(got.pos.cols, 6u);
+        EXPECT_EQ(got.pos(1, 2), 1.0);
+        EXPECT_TRUE(std::isnan(got.pos(1, 3)));
+        EXPECT_EQ(got.pos(0, 4), 8.0);
+    }
+}
+
 TEST(StlInput, WeldsAcrossSlices)
 {
     // More than a slice of 100,000 triangles; in the second file it cannot be welded by hashing, and is over before the
