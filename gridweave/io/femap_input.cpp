@@ -378,7 +378,8 @@ int FEMAP_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& conne
     kind2 = ELEM_NONE;
     element_runs runs;
     const int status = FEMAP_input(file, pos, runs.connect, runs.run_starts, runs.kinds, runs.numbers);
-    if (status != 0 || runs.run_starts.size < 2 || runs.run_starts[1] == 0) return status;
+    // A file that was read to its end has a table with two entries at least.
+    if (status != 0 || runs.run_starts[1] == 0) return status;
 
     kind1 = static_cast<element_type>(runs.kinds[0]);
     // The first run keeps all rows and the second is cut to those of its kind; the difference is deliberate.

@@ -93,8 +93,8 @@ struct element_card
     int property = 0;
     std::array<int, most_card_nodes> node{}; ///< the first nodes; no kind has more
 
-    /// `ELEM_NONE` where the name is unknown or the nodes do not fit it.
-    element_type kind() const { return numbers < 2 ? ELEM_NONE : refined_by_nodes(kind_of_name(name), numbers - 2); }
+    /// `ELEM_NONE` where the name is unknown or the nodes do not fit it. The card has an element number and a property.
+    element_type kind() const { return refined_by_nodes(kind_of_name(name), numbers - 2); }
 
     void take(int number)
     {

@@ -222,7 +222,12 @@ public:
     }
 
     /// False when memory ran out, here and below.
-    bool open() { return run_starts_.reserve(2, 1) && append_entry(run_starts_, 0u) && connect_.reserve(8, 256, 1); }
+    bool open()
+    {
+        if (!run_starts_.reserve(2, 1)) return false;
+        run_starts_.push_back(0);
+        return connect_.reserve(8, 256, 1);
+    }
 
     bool append(element_type kind, const element_card& card)
     {
@@ -392,12 +397,11 @@ int bulk_reader::read()
     }
 }
 
-/// What a run makes of the kind of all runs before it; `ELEM_NONE` where no kind holds them all.
+/// What a run of another kind than the one before it makes of the kind of all runs before; `ELEM_NONE` where no kind holds them all.
 element_type joint_kind(element_type kind, element_type run)
 {
     const auto is_surface = [](element_type k) { return k == ELEM_TRIA3 || k == ELEM_QUAD4; };
     const auto is_solid = [](element_type k) { return k == ELEM_TETRA4 || k == ELEM_PYRA5 || k == ELEM_PENTA6 || k == ELEM_HEXA8; };
-    if (run == kind) return kind;
     if ((is_surface(kind) || kind == ELEM_SURF_ANY) && is_surface(run)) return ELEM_SURF_ANY;
     if ((is_solid(kind) || kind == ELEM_SOLID_ANY) && is_solid(run)) return ELEM_SOLID_ANY;
     return ELEM_NONE;
@@ -413,7 +417,8 @@ int NASTRAN_input(const char* file, dense2D<double>& pos, dense2D<unsigned>& con
     std::FILE* const stream = open_file(file, "r");
     if (!stream) return -1;
 
-    const int result = elements.open() ? bulk_reader(stream, nodes, elements).read() : out_of_memory;
+    int result = out_of_memory;
+    if (elements.open()) result = bulk_reader(stream, nodes, elements).read();
     elements.close();
     close_file(stream);
     return result;

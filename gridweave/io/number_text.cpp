@@ -178,16 +178,16 @@ bool round_to_digits(double magnitude, int count, decimal_parts& result)
 
     const binary_parts parts = parts_of(magnitude);
     const std::uint64_t limit = powers_of_ten[static_cast<std::size_t>(count)];
-    // 1233 / 4096 is log10(2) to within what one correction mends.
+    // 1233 / 4096 is log10(2), from below for all exponents in reach: the exponent is this one or the next.
     int exponent = ((parts.exponent + 52) * 1233) >> 12;
     for (;;)
     {
         const int power = count - 1 - exponent;
         if (power > largest_power) return false;
         const scaled value = power >= 0 ? scale_up(parts, power) : scale_down(magnitude, -power);
-        if (value.whole >= limit || value.whole < limit / 10)
+        if (value.whole >= limit)
         {
-            exponent += value.whole >= limit ? 1 : -1;
+            ++exponent;
             continue;
         }
         const std::uint64_t digits = value.rounded;
@@ -232,13 +232,12 @@ char* put_mantissa(char* out, std::uint64_t digits, int count)
     return end;
 }
 
-/// Writes e+dd, with a third digit where it is needed.
+/// Writes e+dd. No exponent in reach has a third digit.
 char* put_exponent(char* out, int exponent)
 {
     *out++ = 'e';
     *out++ = exponent < 0 ? '-' : '+';
-    const int size = std::abs(exponent);
-    return put_digits(out, static_cast<std::uint64_t>(size), size < 100 ? 2 : 3);
+    return put_pair(out, static_cast<std::uint32_t>(std::abs(exponent)));
 }
 
 /// Writes `value` / 10^`decimals` with a point, and without one if there are no decimals.
@@ -451,9 +450,9 @@ namespace
 [[gnu::noinline]] const char* scan_hard_real(const char* unsigned_text, const char* end, bool negative, double& value)
 {
     double magnitude = 0;
-    const auto [stop, error] = std::from_chars(unsigned_text, end, magnitude);
-    // What comes out as 0, denormal or infinite is left to the C library, whose rounding there is the reference.
-    if (error != std::errc{} || stop != end || !(magnitude >= DBL_MIN) || !(magnitude <= DBL_MAX)) return nullptr;
+    const std::errc error = std::from_chars(unsigned_text, end, magnitude).ec;
+    // What comes out as 0, denormal or beyond a double is left to the C library, whose rounding there is the reference.
+    if (error != std::errc{} || !(magnitude >= DBL_MIN)) return nullptr;
     value = negative ? -magnitude : magnitude;
     return end;
 }

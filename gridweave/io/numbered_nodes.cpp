@@ -25,7 +25,7 @@ bool reserve_ahead(dense2D<double>& pos, unsigned cols)
 
 bool numbered_nodes::widen(unsigned cols)
 {
-    if (cols <= pos_.column_capacity() && pos_.ld == 3) return pos_.resize(3, cols);
+    if (cols <= pos_.column_capacity()) return pos_.resize(3, cols);
 
     dense2D<double> wider;
     if (!reserve_ahead(wider, cols) || !wider.resize(3, cols)) return false;

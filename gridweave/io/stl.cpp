@@ -74,7 +74,7 @@ int read_facet(lower_case_lines& lines, triangle_soup& soup)
 bool is_plain_locale()
 {
     for (int letter = 'a'; letter <= 'z'; ++letter)
-        if (std::tolower(letter) != letter || std::tolower(letter - 'a' + 'A') != letter) return false;
+        if (std::tolower(letter - 'a' + 'A') != letter) return false;
     return c_library_uses_decimal_point();
 }
 

@@ -73,7 +73,7 @@ int triangle_soup::add(const vector_fixed<double, 3> (&corners)[3])
 
 int triangle_soup::weld()
 {
-    if (!pos_.resize(3, pos_.cols)) return out_of_memory;
+    pos_.resize(3, pos_.cols); // a soup without triangles has its rows too
     if (!has_tolerance())
     {
         if (!connect_.resize(3, raw_triangles_)) return out_of_memory;
@@ -102,7 +102,8 @@ int triangle_soup::weld_slices()
         first_corner += 3 * triangles;
         raw_triangles_ -= triangles;
     }
-    return pos_.resize(3, nodes_) ? 0 : out_of_memory;
+    pos_.resize(3, nodes_);
+    return 0;
 }
 
 int triangle_soup::weld_slice(unsigned first_corner, unsigned triangles)

@@ -39,7 +39,7 @@ public:
     int weld();
 
 private:
-    bool has_tolerance() const { return least_height2_ > 0 && least_height2_ < DBL_MAX; }
+    bool has_tolerance() const { return least_height2_ < DBL_MAX; }
     int weld_slices();
     int weld_slice(unsigned first_corner, unsigned triangles);
     bool number_by_table(const double* corners, unsigned count, unsigned* numbers);

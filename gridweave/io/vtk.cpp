@@ -45,12 +45,6 @@ constexpr std::array<cell_layout, kind_count> layouts{{
     hexa,          hexa,    hexa          // ELEM_HEXA8, ELEM_HEXA20, ELEM_HEXA27
 }};
 
-cell_layout layout_of(element_type kind)
-{
-    const auto value = static_cast<unsigned>(kind);
-    return value < kind_count ? layouts[value] : refused;
-}
-
 /// Makes a list longer by `count` entries; doubling keeps a host that converts many small matrices linear.
 bool lengthen(dense1D<unsigned>& list, std::uint64_t count)
 {
@@ -133,7 +127,7 @@ int vtk_convert(const dense2D<unsigned>& connect, element_type kind, unsigned& n
 {
     if (connect.empty()) return 0;
     if (!check_IDs(connect, kind, none_index)) return -1;
-    const auto [code, points] = layout_of(narrow(kind, connect.rows));
+    const auto [code, points] = layouts[static_cast<unsigned>(narrow(kind, connect.rows))];
     if (code == 0) return -2;
     // A kind's cell never has more points than the rows that the first test has found.
     const unsigned rest = connect.rows - points;

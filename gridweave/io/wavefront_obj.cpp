@@ -103,13 +103,13 @@ int read_doubles(std::string_view text, bool classic, record_numbers& numbers)
     return 0;
 }
 
-/// Reads a whole number as the streams' conversion to int does: a sign, then digits; none, or a value beyond an int, is a failure.
+/// Reads a whole number at the front of a text, which is not empty, as the streams' conversion to int does: a sign, then digits; none, or a
+/// value beyond an int, is a failure.
 bool scan_int(std::string_view& text, int& value)
 {
-    std::size_t at = 0;
-    const bool negative = !text.empty() && text[0] == '-';
-    if (negative || (!text.empty() && text[0] == '+')) ++at;
-    const std::size_t first_digit = at;
+    const bool negative = text[0] == '-';
+    const std::size_t first_digit = negative || text[0] == '+' ? 1 : 0;
+    std::size_t at = first_digit;
     long long number = 0;
     for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at)
         if (number <= INT_MAX) number = 10 * number + (text[at] - '0');

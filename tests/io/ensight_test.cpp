@@ -5,6 +5,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/locales.h"
 #include "io/writers.h"
 #include "support/meshes.h"
 
@@ -177,6 +178,19 @@ TEST(EnsightOutput, ReportsAFullDevice)
     const unsigned handles = open_handles();
     EXPECT_EQ(ensight_output("/dev/full", one_node, elements_of({{0, 1}}), ELEM_BAR2), -1);
     EXPECT_EQ(open_handles(), handles);
+}
+
+TEST(EnsightOutput, FollowsTheLocaleOfTheCLibrary)
+{
+    const test::comma_locale comma;
+    if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    const temporary_file file;
+    ASSERT_EQ(ensight_output(file.name(), points_of({{1.5, -2.0}, {0.0, 1e-300}}), elements_of({{0, 1}}), ELEM_BAR2), 0);
+    EXPECT_EQ(file.content(), header +
+                                  "       2\n"
+                                  "       1 1,50000e+00-2,00000e+00 0,00000e+00\n"
+                                  "       2 0,00000e+001,00000e-300 0,00000e+00\n" +
+                                  part(1, "bar2", 1) + numbers({1, 1, 2}));
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/locales.h"
 #include "support/failing_allocator.h"
 #include "support/meshes.h"
 
@@ -389,6 +390,67 @@ TEST(FemapInput, ReportsLackOfMemoryAnywhere)
         if (!failed) break;
     }
     EXPECT_EQ(test::live_allocations(), before);
+}
+
+TEST(FemapInput, FollowsTheLocaleOfTheCLibrary)
+{
+    const test::comma_locale comma;
+    if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    neutral mesh;
+    // The points end the numbers; a comma always ends a field.
+    ASSERT_EQ(mesh.read_text(nodes(node("1", "1.5,-2.75,3") + node("3", "4e1,0.5,-7")) + elements(triangle + quadrangle)), 0);
+    EXPECT_EQ(columns(mesh.pos), (reals{{1, -2, 3}, {0, 0, 0}, {40, 0, -7}}));
+    EXPECT_EQ(columns(mesh.connect), (faces{{0, 1, 2, none}, {0, 1, 2, 3}}));
+    EXPECT_EQ(list(mesh.colors), (ids{4, 5}));
+}
+
+/// Reads a file with memory failing at every place in turn, for good and once. Every refusal that is not made good gives -199.
+void expect_clean_failures(const std::string& text)
+{
+    const temporary_file file(text, ".neu");
+    neutral whole;
+    ASSERT_EQ(whole.read(file.name()), 0);
+    for (const bool only_once : {false, true})
+        for (unsigned n = 1;; ++n)
+        {
+            ASSERT_LT(n, 100u);
+            neutral mesh;
+            int status = 0;
+            bool failed = false;
+            {
+                const test::failing_allocation failing(n, only_once);
+                status = mesh.read(file.name());
+                failed = failing.has_failed();
+            }
+            if (status == 0)
+            {
+                EXPECT_EQ(columns(mesh.pos), columns(whole.pos));
+                EXPECT_EQ(columns(mesh.connect), columns(whole.connect));
+                EXPECT_EQ(list(mesh.run_starts), list(whole.run_starts));
+            }
+            else
+                EXPECT_EQ(status, out_of_memory) << n;
+            if (!failed) break;
+            // Room ahead of need may be had in a smaller measure.
+            EXPECT_TRUE(only_once || status == out_of_memory) << n;
+        }
+}
+
+TEST(FemapInput, ReportsLackOfMemoryForItsTables)
+{
+    // The end of the third run is the fourth entry of the table of runs.
+    expect_clean_failures(elements(triangle + quadrangle + triangle));
+    // Records with blanks are read line by line.
+    expect_clean_failures(nodes(node(" 1", "1,2,3")) + elements(element(" 4", "2", "1,2, 3,0,0,0,0,0,0,0,")));
+}
+
+TEST(FemapInput, ReportsLackOfMemoryForLongLines)
+{
+    // Longer than the window of the reader, outside of blocks and inside of an element.
+    const std::string rest(600000, 'x');
+    expect_clean_failures("a banner " + rest + "\n" + nodes(node("1", "1,2,3")));
+    expect_clean_failures(elements(element("4", "2", "1,2,3,0,0,0,0,0,0,0,", "0,0,0,0,0,0,0,0,0,0," + rest)));
+    expect_clean_failures(elements(unknown + element("4", "2", "1,2,3,0,0,0,0,0,0,0," + rest)));
 }
 
 } // namespace

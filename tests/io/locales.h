@@ -4,6 +4,7 @@
 
 #include <clocale>
 #include <cstdlib>
+#include <initializer_list>
 #include <locale>
 #include <string>
 
@@ -14,33 +15,46 @@
 namespace tq4::test
 {
 
-/// Sets a locale of the C library with a decimal comma while it lives: one of the machine's or, where it has none, the one that the build
-/// makes if it can.
-class comma_locale
+/// Sets one category of the C library's locale while it lives: to a locale of the machine or, where it has none of the names, to one that
+/// the build makes if it can.
+class c_library_locale
 {
 public:
-    comma_locale()
+    c_library_locale(int category, std::initializer_list<const char*> names) : category_(category)
     {
-        find();
+        find(names);
         if (found_ || setenv("LOCPATH", GRIDWEAVE_TEST_LOCALES, 1) != 0) return;
-        find();
+        find(names);
         unsetenv("LOCPATH");
     }
-    ~comma_locale() { std::setlocale(LC_NUMERIC, "C"); }
+    ~c_library_locale() { std::setlocale(category_, "C"); }
 
-    comma_locale(const comma_locale&) = delete;
-    comma_locale& operator=(const comma_locale&) = delete;
+    c_library_locale(const c_library_locale&) = delete;
+    c_library_locale& operator=(const c_library_locale&) = delete;
 
     bool found() const { return found_; }
 
 private:
-    void find()
+    void find(std::initializer_list<const char*> names)
     {
-        for (const char* const name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE", "fr_FR"})
-            if (!found_) found_ = std::setlocale(LC_NUMERIC, name) != nullptr;
+        for (const char* const name : names)
+            if (!found_) found_ = std::setlocale(category_, name) != nullptr;
     }
 
+    int category_;
     bool found_ = false;
+};
+
+/// Numbers have a decimal comma.
+struct comma_locale : c_library_locale
+{
+    comma_locale() : c_library_locale(LC_NUMERIC, {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "de_DE", "fr_FR"}) {}
+};
+
+/// The small letter to I is one without a dot.
+struct turkish_locale : c_library_locale
+{
+    turkish_locale() : c_library_locale(LC_CTYPE, {"tr_TR.ISO-8859-9", "tr_TR.iso88599"}) {}
 };
 
 /// A C++ locale with a decimal comma and grouped thousands, which machines without such locales have too.

@@ -15,6 +15,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/locales.h"
 #include "support/failing_allocator.h"
 #include "support/meshes.h"
 
@@ -1124,6 +1125,67 @@ TEST(NastranInput, SurvivesMemoryFailingAnywhere)
             // A failed reservation ahead of need is made good by a smaller one.
             EXPECT_TRUE(only_once || code == -199);
         }
+}
+
+TEST(NastranInput, FollowsTheLocaleOfTheCLibrary)
+{
+    const test::comma_locale comma;
+    if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    // The points end the numbers in fixed fields, but not an exponent without its letter; a comma always makes the fields free.
+    const reading fixed = read_text(small({"GRID", "1", "", "1.5", "2.5+1", "-3.75"}) +
+                                    "GRID*                  2                           12.25         -4.5E+1*\n"
+                                    "*                    7.5\n"
+                                    "CTRIA3,9,4,1,2,3\n");
+    EXPECT_EQ(fixed.code, 0);
+    EXPECT_EQ(fixed.pos, (points{{1, 20, -3}, {12, -4, 7}}));
+    EXPECT_EQ(fixed.connect, (lists{{0, 1, 2}}));
+    EXPECT_EQ(fixed.property_ids, numbers{4});
+    // In free fields a comma right behind a digit belongs to the number, and a point is no part of it.
+    EXPECT_EQ(read_text("GRID,1,, 1 , 2 , 3\nGRID,2,0,4,5,5,5,6\n").pos, (points{{1, 2, 3}, {4.5, 5.5, 6}}));
+    EXPECT_EQ(read_text("GRID,1,,1,2,3\n").code, -1);
+    EXPECT_EQ(read_text("GRID,1,,1.5,2,3\n").code, -1);
+}
+
+/// Reads a file with memory failing at every place in turn, for good and once: the read gives -199, or all that there is.
+void expect_clean_failures(const std::string& text)
+{
+    const temporary_file file(text, ".bdf");
+    const reading whole = read_file(file.name());
+    ASSERT_EQ(whole.code, 0);
+    for (const bool only_once : {false, true})
+        for (unsigned n = 1;; ++n)
+        {
+            ASSERT_LT(n, 100u);
+            dense2D<double> pos;
+            dense2D<unsigned> connect;
+            dense1D<unsigned> run_starts, property_ids;
+            dense1D<int> kinds;
+            int code = 0;
+            bool failed = false;
+            {
+                const test::failing_allocation failing(n, only_once);
+                code = NASTRAN_input(file.name(), pos, connect, run_starts, kinds, property_ids);
+                failed = failing.has_failed();
+            }
+            if (code == 0)
+            {
+                EXPECT_EQ(columns(pos), whole.pos);
+                EXPECT_EQ(columns(connect), whole.connect);
+            }
+            else
+                EXPECT_EQ(code, -199) << n;
+            if (!failed) break;
+            EXPECT_TRUE(only_once || code == -199) << n;
+        }
+}
+
+TEST(NastranInput, ReportsLackOfMemoryForLongLines)
+{
+    // Longer than the window of the reader: the second line of a large node, and the continuation of an element.
+    const std::string rest(600000, ' ');
+    expect_clean_failures("GRID*                  1                             1.5             2.5*\n*                    3.5" + rest +
+                          "\n");
+    expect_clean_failures("GRID,1,,1.,2.,3.\nCTRIA3,1,1,1,2,+\n+,3,4,5" + rest + "\nCBAR,1,1,1,2\n");
 }
 
 } // namespace

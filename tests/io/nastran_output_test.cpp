@@ -5,6 +5,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/locales.h"
 #include "support/failing_allocator.h"
 #include "support/meshes.h"
 
@@ -337,6 +338,29 @@ TEST(NastranOutput, KeepsPropertyNumbersAndRuns)
     EXPECT_EQ(list(read_starts), (std::vector<unsigned>{0, 1, 2}));
     EXPECT_EQ(list(read_kinds), (std::vector<int>{ELEM_QUAD4, ELEM_TRIA3}));
     EXPECT_EQ(list(read_ids), (std::vector<unsigned>{5, 9}));
+}
+
+TEST(NastranOutput, FollowsTheLocaleOfTheCLibrary)
+{
+    const test::comma_locale comma;
+    if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    const temporary_file file;
+    const dense1D<unsigned> numbers(1, 12u);
+    ASSERT_EQ(
+        NASTRAN_output(file.name(), points_of({{1.0, -2.5, 1e-300}}), column_of(8), ids_of({0, 1}), vector_of<int>({ELEM_HEXA8}), numbers),
+        0);
+    EXPECT_EQ(file.content(), head +
+                                  "GRID*                  1                    1,000000E+00   -2,500000E+00*C\n"
+                                  "*C         1,000000E-300\n" +
+                                  elements_title + "CHEXA,1,12,1,2,3,4,5,6,+C\n+C,7,8\nENDDATA\n");
+}
+
+TEST(NastranOutput, RefusesMatricesThatTogetherCannotBeCounted)
+{
+    // Columns of no rows take no memory, however many.
+    const temporary_file file;
+    EXPECT_EQ(NASTRAN_output(file.name(), one_node, dense2D<unsigned>(0, none), column_of(2), ELEM_BAR2, ELEM_BAR2), -199);
+    EXPECT_FALSE(file.exists());
 }
 
 } // namespace

@@ -111,6 +111,18 @@ TEST(WriteReal, EqualsTheCLibraryAtTheEdgesOfEveryBinade)
             }
 }
 
+TEST(WriteReal, EqualsTheCLibraryBeyondThePrecisionOfFiles)
+{
+    hard_doubles numbers(6);
+    for (unsigned k = 0; k < 2000; ++k)
+    {
+        const double value = numbers.next();
+        for (const char conversion : {'e', 'f', 'g'})
+            for (const int precision : {0, 16, 17, 40})
+                ASSERT_EQ(written(value, {conversion, precision}), written_by_c(value, {conversion, precision})) << value;
+    }
+}
+
 TEST(WriteInteger, LooksAsFormattedOutput)
 {
     std::mt19937_64 engine(2);

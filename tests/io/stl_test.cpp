@@ -817,4 +817,90 @@ TEST(StlOutput, NeedsNoMemory)
     EXPECT_EQ(file.content(), expected);
 }
 
+TEST(StlOutput, FollowsTheLocaleOfTheCLibrary)
+{
+    const test::comma_locale comma;
+    if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    const test::temporary_file file(".stl");
+    EXPECT_EQ(STL_output(file.name(), points_of({{0, 0, 0.5}, {2, 0, 0.5}, {0, -3, 0.5}}), elements_of({{0, 1, 2}}), true), 0);
+    EXPECT_EQ(file.content(), "solid TQ4\n"
+                              "   facet normal 0,000000e+00 0,000000e+00 -1,000000e+00\n"
+                              "      outer loop\n"
+                              "         vertex 0,000000e+00 0,000000e+00 5,000000e-01\n"
+                              "         vertex 2,000000e+00 0,000000e+00 5,000000e-01\n"
+                              "         vertex 0,000000e+00 -3,000000e+00 5,000000e-01\n"
+                              "      endloop\n"
+                              "   endfacet\n"
+                              "endsolid TQ4\n");
+}
+
+TEST(StlInput, KeepsItsResultWhereATableOfPointsFindsNoMemory)
+{
+    // More distinct corners than the first table of points holds, corners that no table takes, and triangles without area.
+    soup spread(4000), infinite(2000), flat(2000);
+    test::random_source random(11);
+    for (auto& corners : spread)
+        for (point& x : corners)
+            for (double& c : x) c = static_cast<float>(random.between(0, 1000));
+    infinite.front() = {point{0, 0, 0}, point{1, 0, 0}, point{0, 1, 0}};
+    for (std::size_t t = 1; t < infinite.size(); ++t)
+        infinite[t] = {point{0, 0, 0}, point{1, 0, 0}, point{infinity, 1.0 * static_cast<double>(t), 0}};
+    for (std::size_t t = 0; t < flat.size(); ++t) flat[t] = {point{0, 0, 0}, point{1, 0, 0}, point{1.0 * static_cast<double>(t), 0, 0}};
+    for (const soup& s : {spread, infinite, flat})
+    {
+        const test::temporary_file file(binary_file(s), ".stl");
+        surface whole;
+        ASSERT_EQ(STL_input(file.name(), whole.pos, whole.connect), 0);
+        unsigned made_good = 0;
+        for (const bool only_once : {false, true})
+            for (unsigned n = 1;; ++n)
+            {
+                ASSERT_LT(n, 200u);
+                surface got;
+                bool failed = false;
+                {
+                    const test::failing_allocation failing(n, only_once);
+                    got.result = STL_input(file.name(), got.pos, got.connect);
+                    failed = failing.has_failed();
+                }
+                if (got.result == 0)
+                {
+                    ASSERT_EQ(columns(got.pos), columns(whole.pos)) << n;
+                    ASSERT_EQ(columns(got.connect), columns(whole.connect)) << n;
+                    made_good += failed;
+                }
+                else
+                {
+                    ASSERT_EQ(got.result, out_of_memory) << n;
+                    ASSERT_EQ(got.pos.cols, 0u);
+                    ASSERT_EQ(got.connect.cols, 0u);
+                }
+                if (!failed) break;
+            }
+        EXPECT_GT(made_good, 0u);
+    }
+}
+
+TEST(StlInput, TakesLettersAsTheLocaleOfTheCLibraryDoes)
+{
+    const std::string lower = text_file(square());
+    std::string upper = lower;
+    for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    const test::turkish_locale turkish;
+    if (!turkish.found()) GTEST_SKIP() << "no Turkish locale on this machine";
+    const auto result_of = [](const std::string& text) {
+        const test::temporary_file file(text, ".stl");
+        expect_as_reference(file.name(), text);
+        surface s;
+        return STL_input(file.name(), s.pos, s.connect);
+    };
+    EXPECT_EQ(result_of(lower), 0);
+    // The word that begins the file has an I, so a file in capitals is no text there, and too short for its count as a binary one.
+    EXPECT_EQ(result_of(upper), -3);
+    const std::size_t second_line = upper.find('\n');
+    const std::size_t last_line = upper.rfind("ENDSOLID");
+    EXPECT_EQ(result_of("solid\n" + upper.substr(second_line + 1)), -3);
+    EXPECT_EQ(result_of("solid\n" + upper.substr(second_line + 1, last_line - second_line - 1) + "endsolid\n"), 0);
+}
+
 } // namespace

@@ -158,4 +158,14 @@ TEST(TextReader, TakesAFolderForAnEmptyFile)
     close_file(folder);
 }
 
+TEST(TextReader, RefusesMoreThanCanBeCounted)
+{
+    const opened_file file("text\n");
+    text_reader reader(file.stream());
+    const unsigned long before = test::allocation_count();
+    EXPECT_FALSE(reader.require(none_index));
+    EXPECT_FALSE(reader.has_memory());
+    EXPECT_EQ(test::allocation_count(), before);
+}
+
 } // namespace

@@ -145,8 +145,12 @@ TEST(TextWriter, FollowsTheGlobalLocaleWhereStreamsDo)
         out.real(1234.5, {'g'});
         out.text(" ");
         out.real(0.125, {'e', 8});
+        out.text(" ");
+        out.real(-1234.5, {'f', 2, 12});
+        out.text(" ");
+        out.real(0.125, {'E', 3});
     };
-    EXPECT_EQ(written(job, text_writer::locale_of::streams), "1.234.567 1234567 1.234,5 1,25000000e-01");
+    EXPECT_EQ(written(job, text_writer::locale_of::streams), "1.234.567 1234567 1.234,5 1,25000000e-01    -1.234,50 1,250E-01");
     const auto record = [](text_writer& out) {
         out.record([](auto& fields) {
             fields.natural(1234567);
@@ -156,7 +160,7 @@ TEST(TextWriter, FollowsTheGlobalLocaleWhereStreamsDo)
     };
     EXPECT_EQ(written(record, text_writer::locale_of::streams), "1.234.567 1.234,5");
     // Formatted output of the C library is another matter: `std::locale::global` of a locale without a name leaves it alone.
-    EXPECT_EQ(written(job), "1234567 1234567 1234.5 1.25000000e-01");
+    EXPECT_EQ(written(job), "1234567 1234567 1234.5 1.25000000e-01     -1234.50 1.250E-01");
 }
 
 /// A facet that fails.
@@ -206,6 +210,16 @@ TEST(TextWriter, FollowsTheLocaleOfTheCLibrary)
     const test::comma_locale comma;
     if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
     EXPECT_EQ(written([](text_writer& out) { out.real(1.5, {'f'}); }), "1,500000");
+    const auto record = [](text_writer& out) {
+        out.record([](auto& fields) {
+            fields.natural(1234567);
+            fields.character(' ');
+            fields.real(-1234.5, {'e', 3, 12});
+            fields.integer(7, 4);
+            fields.real(0.25, {'g'});
+        });
+    };
+    EXPECT_EQ(written(record), "1234567   -1,234e+03   70,25");
 }
 
 TEST(TextWriter, TellsOfAFullDevice)

@@ -6,6 +6,7 @@
 #include <tq4/gridweave/io.h>
 
 #include "io/files.h"
+#include "io/locales.h"
 #include "io/writers.h"
 #include "support/failing_allocator.h"
 #include "support/meshes.h"
@@ -316,7 +317,39 @@ TEST(VtkOutputStream, LeavesOutCellsThatTheListDoesNotHold)
     EXPECT_EQ(written(3, test::ids_of({1, 7, 4, 1, 2})), "\nCELLS 3 5\n1 7 \n\nCELL_TYPES 0\n");
     EXPECT_EQ(written(3, test::ids_of({1, 7, none, 1})), "\nCELLS 3 4\n1 7 \n\nCELL_TYPES 0\n");
     EXPECT_EQ(written(1, test::ids_of({1, 7, 1, 8})), "\nCELLS 1 4\n1 7 \n\nCELL_TYPES 0\n");
+    EXPECT_EQ(written(3, test::ids_of({1, 7})), "\nCELLS 3 2\n1 7 \n\nCELL_TYPES 0\n");
     EXPECT_EQ(written(2, test::ids_of({0, 0})), "\nCELLS 2 2\n0 \n0 \n\nCELL_TYPES 0\n");
+}
+
+TEST(VtkOutput, FollowsTheLocaleOfTheCLibrary)
+{
+    const test::comma_locale comma;
+    if (!comma.found()) GTEST_SKIP() << "no locale with a decimal comma on this machine";
+    const test::temporary_file file(".vtk");
+    EXPECT_EQ(vtk_output(file.name(), points_of({{0, -1.5}, {0.25, 1e7}}), elements_of({{0, 1}}), ELEM_BAR2), 0);
+    EXPECT_EQ(file.content(), std::string(header) + "\nPOINTS 2 double\n"
+                                                    "0,000000 -1,500000 0,000000\n"
+                                                    "0,250000 10000000,000000 0,000000\n"
+                                                    "\nCELLS 1 3\n"
+                                                    "2 0 1 \n"
+                                                    "\nCELL_TYPES 1\n"
+                                                    "3\n");
+}
+
+TEST(VtkConvert, RefusesListsThatCannotBeCounted)
+{
+    // The sizes alone are looked at: no memory could hold such lists.
+    cell_lists got;
+    got.cells.size = none - 3;
+    EXPECT_EQ(vtk_convert(column_of(3), ELEM_TRIA3, got.count, got.cells, got.types), out_of_memory);
+    EXPECT_EQ(got.cells.size, none - 3);
+    EXPECT_EQ(got.types.size, 0u);
+    got.cells.size = 0;
+    got.types.size = none;
+    EXPECT_EQ(vtk_convert(column_of(3), ELEM_TRIA3, got.count, got.cells, got.types), out_of_memory);
+    EXPECT_EQ(got.cells.size, 0u);
+    EXPECT_EQ(got.types.size, none);
+    EXPECT_EQ(got.count, 0u);
 }
 
 } // namespace

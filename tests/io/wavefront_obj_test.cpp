@@ -1,3 +1,4 @@
+#include <climits>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -469,10 +470,10 @@ TEST(WavefrontOutput, FollowsTheGlobalLocale)
     EXPECT_EQ(file.content(), " v 1,50000000e+00 0,00000000e+00 0,00000000e+00 \n f 1.000// 2// 3// \n");
 }
 
-TEST(WavefrontInput, ReportsLackOfMemoryAnywhere)
+/// Reads a text with memory failing from the n-th request on, for every n. Every such read says so, and the next one gets all nodes.
+/// Returns the number of requests.
+unsigned expect_lack_of_memory_told(std::string_view text, unsigned nodes)
 {
-    std::string text;
-    for (unsigned k = 0; k < 40; ++k) text += "v 1 2 3\nvt 1 2\nvn 1 2 3\nf 1 2 3\nf 1 2 3 4\n";
     const temporary_file file(text, ".obj");
     const long before = test::live_allocations();
     for (unsigned n = 1;; ++n)
@@ -485,17 +486,99 @@ TEST(WavefrontInput, ReportsLackOfMemoryAnywhere)
             status = s.read(file.name());
             failed = failing.has_failed();
         }
-        if (!failed)
-        {
-            EXPECT_EQ(status, 0);
-            EXPECT_GT(n, 5u);
-            break;
-        }
-        EXPECT_EQ(status, out_of_memory) << n;
+        EXPECT_EQ(status, failed ? out_of_memory : 0) << n;
         EXPECT_EQ(s.read(file.name()), 0);
-        EXPECT_EQ(s.quadrangles.cols, 40u);
+        EXPECT_EQ(s.pos.cols, nodes);
+        if (failed) continue;
+        s = {};
+        EXPECT_EQ(test::live_allocations(), before);
+        return n - 1;
     }
-    EXPECT_EQ(test::live_allocations(), before);
+}
+
+TEST(WavefrontInput, ReportsLackOfMemoryAnywhere)
+{
+    std::string text;
+    for (unsigned k = 0; k < 40; ++k) text += "v 1 2 3\nvt 1 2\nvn 1 2 3\nf 1 2 3\nf 1 2 3 4\n";
+    EXPECT_GT(expect_lack_of_memory_told(text, 40), 5u);
+}
+
+TEST(WavefrontInput, ReportsLackOfMemoryForALongLine)
+{
+    EXPECT_GT(expect_lack_of_memory_told("v 1 2 3\n# " + std::string(600000, 'x') + "\nv 4 5 6\n", 2), 2u);
+}
+
+TEST(WavefrontInput, DropsIndicesBeyondAnInt)
+{
+    surface s;
+    ASSERT_EQ(s.read_text("f -2147483648 2147483647 +3\nf -2147483649 1 2 3\nf 2147483648 1 2 3\nf -99999999999999999999 1 2 3\n"), 0);
+    EXPECT_EQ(columns(s.triangles), (faces{{0x7FFFFFFF, 0x7FFFFFFE, 2}, {0, 1, 2}, {0, 1, 2}, {0, 1, 2}}));
+    EXPECT_EQ(s.quadrangles.cols, 0u);
+}
+
+// A facet of the host's own leaves the usual look to the streams.
+
+/// Commas are blanks.
+struct blank_commas : std::ctype<char>
+{
+    blank_commas() : std::ctype<char>(table()) {}
+
+    static const mask* table()
+    {
+        static const std::vector<mask> masks = [] {
+            std::vector<mask> all(classic_table(), classic_table() + table_size);
+            all[','] |= space;
+            return all;
+        }();
+        return masks.data();
+    }
+};
+
+/// Reads every number as its negative.
+struct negated_input : std::num_get<char>
+{
+    iter_type do_get(iter_type begin, iter_type end, std::ios_base& io, std::ios_base::iostate& error, double& value) const override
+    {
+        begin = std::num_get<char>::do_get(begin, end, io, error, value);
+        value = -value;
+        return begin;
+    }
+};
+
+TEST(WavefrontInput, FollowsEveryFacetForNumbers)
+{
+    {
+        const test::global_locale changed(std::locale(std::locale::classic(), new blank_commas));
+        surface s;
+        ASSERT_EQ(s.read_text("v 1,2,3\nf 1,2,3\n"), 0);
+        EXPECT_EQ(columns(s.pos), (reals{{1, 2, 3}}));
+        EXPECT_EQ(columns(s.triangles), (faces{{0, 1, 2}}));
+    }
+    const test::global_locale changed(std::locale(std::locale::classic(), new negated_input));
+    surface s;
+    ASSERT_EQ(s.read_text("v 1 2.5 -3\nf 1 2 3\n"), 0);
+    EXPECT_EQ(columns(s.pos), (reals{{-1, -2.5, 3}}));
+    EXPECT_EQ(columns(s.triangles), (faces{{0, 1, 2}}));
+}
+
+TEST(WavefrontInput, ReadsCornersThroughStreamsAsWithout)
+{
+    const test::global_locale changed(std::locale(std::locale::classic(), new test::comma_punctuation));
+    const auto expect = [](const char* text, int status, const faces& triangles) {
+        surface s;
+        EXPECT_EQ(s.read_text(text), status) << text;
+        EXPECT_EQ(columns(s.triangles), triangles) << text;
+    };
+    const std::string lists = "vt 0 0\nvn 0 0 1\n";
+    expect((lists + "f 1/1/1 2/2/2 3/3/3\n").c_str(), 0, {{0, 1, 2}});
+    expect((lists + "f 1//1 2//1 3//1\n").c_str(), 0, {{0, 1, 2}});
+    expect((lists + "f 1/1 2/1/ 3//\n").c_str(), 0, {{0, 1, 2}});
+    expect((lists + "f /1/1 1 2 3\n").c_str(), 0, {{0, 1, 2}});
+    expect("f 1/1 2 3\n", -2, {});
+    expect("f 1//1 2 3\n", -2, {});
+    expect("f 1x 2 3\n", -2, {});
+    expect("f x 1 2 3\n", 0, {{0, 1, 2}});
+    expect("f 1 2 3\nf 1 2/x 3 4\n", 0, {{0, 1, 2}});
 }
 
 } // namespace

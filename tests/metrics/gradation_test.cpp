@@ -449,4 +449,47 @@ TEST(Gradation, EndsOnTheWorstFields)
             }
 }
 
+std::vector<double> contents(const dense1D<double>& sizes)
+{
+    return test::list(sizes);
+}
+std::vector<std::vector<double>> contents(const dense2D<double>& metrics)
+{
+    return test::columns(metrics);
+}
+
+/// Memory that is refused once, at every place in turn: the run ends there with -199 and the field as it was, and asks for no more. What
+/// it built from half a graph would ask for memory without end, and only that would stop it.
+template <class Field>
+void expect_end_at_refused_memory(const mesh& m, const Field& field)
+{
+    const dense1D<unsigned> frozen = ids_of({8});
+    unsigned failures = 0;
+    for (unsigned n = 1;; ++n)
+    {
+        ASSERT_LT(n, 100u);
+        Field bounded = test::duplicate(field);
+        const unsigned long before = test::allocation_count();
+        const test::failing_allocation failing(n, true);
+        const int result = test::gradations::call(m, frozen, true, 0, 0.2, bounded);
+        if (!failing.has_failed()) break;
+        ++failures;
+        EXPECT_EQ(result, -199) << n;
+        EXPECT_EQ(test::allocation_count(), before + n);
+        EXPECT_EQ(contents(bounded), contents(field));
+    }
+    EXPECT_GT(failures, 10u);
+}
+
+TEST(Gradation, AsksForNoMoreMemoryOnceItIsRefused)
+{
+    random_source random(5);
+    const mesh flat = test::grid_of_triangles(4);
+    expect_end_at_refused_memory(flat, test::jumping_sizes(flat.pos.cols, 0.2, 3, random));
+    expect_end_at_refused_memory(flat, test::jumping_tensors<2>(flat.pos.cols, 0.2, 3, random));
+    const mesh solid = test::grid_of_tetrahedra(2);
+    expect_end_at_refused_memory(solid, test::jumping_sizes(solid.pos.cols, 0.2, 3, random));
+    expect_end_at_refused_memory(solid, test::jumping_tensors<3>(solid.pos.cols, 0.2, 3, random));
+}
+
 } // namespace
