@@ -13,16 +13,82 @@ namespace tq4::gridweave
 namespace
 {
 
-/// Calls `worker(element, node)` for every entry that is not none, in storage order.
-template <class Worker>
+/// Calls `worker(element, node)` for every entry that is not none, in storage order. Only `padded` ones hold any.
+template <bool padded, class Worker>
 void for_each_entry(const dense2D<unsigned>& connectivity, Worker&& worker)
 {
     with_rows(connectivity.rows, [&](auto rows) {
         const unsigned* column = connectivity.data();
         for (unsigned element = 0; element < connectivity.cols; ++element, column += connectivity.ld)
             for (unsigned r = 0; r < rows; ++r)
-                if (column[r] != none_index) worker(element, column[r]);
+                if (!padded || column[r] != none_index) worker(element, column[r]);
     });
+}
+
+/// The node-to-element form leaves none entries out, so its length tells whether there are any.
+bool has_none(const dense2D<unsigned>& connectivity, const dense1D<unsigned>& element_list)
+{
+    return element_list.size != std::uint64_t{connectivity.rows} * connectivity.cols;
+}
+
+/// The smallest entry; 0 where there are only none.
+unsigned smallest_entry(const dense2D<unsigned>& connectivity)
+{
+    unsigned smallest = none_index;
+    for_each_entry<false>(connectivity, [&](unsigned, unsigned node) { smallest = std::min(smallest, node); });
+    return smallest == none_index ? 0 : smallest;
+}
+
+/// The largest entry of some columns.
+unsigned sample_largest(const dense2D<unsigned>& connectivity)
+{
+    constexpr unsigned samples = 128;
+    unsigned above = 1; // none + 1 is 0
+    for (unsigned i = 0; i < samples; ++i)
+    {
+        const auto element = static_cast<unsigned>(std::uint64_t{connectivity.cols} * (i + 1) / samples);
+        if (element == 0) continue;
+        const unsigned* const column = connectivity.column(element - 1);
+        for (unsigned r = 0; r < connectivity.rows; ++r) above = std::max(above, column[r] + 1);
+    }
+    return above - 1;
+}
+
+/// Makes room for the start of a node and the two places behind it, and for some more nodes, with counts of 0. False when memory runs out,
+/// and for nodes whose starts can't be counted in 32 bits.
+bool make_room(dense1D<unsigned>& starts, unsigned node)
+{
+    constexpr unsigned last = none_index - 3;
+    if (node > last) return false;
+    const unsigned needed = node + 3;
+    const unsigned wanted = needed + std::min(node / 16, last - node);
+    return starts.resize(starts.reserve(wanted, 1) ? wanted : needed, 0u);
+}
+
+/// Counts the entries of each node two places up, behind the starts that are there, in one pass: the starts grow with the nodes that it
+/// meets. They end two places behind the largest. False when memory runs out.
+bool count_entries(const dense2D<unsigned>& connectivity, dense1D<unsigned>& starts)
+{
+    if (!make_room(starts, std::max(starts.size, sample_largest(connectivity)))) return false;
+    // None is counted in place 1, where no node is, which is less work than a look at each entry. What the place held stays.
+    static_assert(none_index + 1 == 0);
+    const unsigned kept = starts[1];
+    const auto count = [&](const unsigned* run, std::size_t length) {
+        const unsigned* const end = run + length;
+        for (;;)
+        {
+            unsigned* const above = starts.data() + 1;
+            const unsigned room = starts.size - 1;
+            while (run != end && *run + 1 < room) ++above[*run++ + 1];
+            if (run == end) return true;
+            if (!make_room(starts, *run)) return false;
+        }
+    };
+    if (!for_each_run(connectivity.data(), connectivity.rows, connectivity.cols, connectivity.ld, count)) return false;
+
+    starts[1] = kept;
+    while (starts.size > 3 && starts[starts.size - 1] == 0) --starts.size;
+    return true;
 }
 
 int give_up(dense1D<unsigned>& first, dense1D<unsigned>& list)
@@ -77,25 +143,18 @@ int build_node_elements(const dense2D<unsigned>& connectivity, dense1D<unsigned>
     if (!detach(first, connectivity) || !detach(list, connectivity, first)) return give_up(first, list);
     if (connectivity.empty()) return first.resize(1, 0) ? 0 : give_up(first, list);
 
-    unsigned largest = 0;
-    unsigned smallest = none_index;
-    for_each_entry(connectivity, [&](unsigned, unsigned node) {
-        largest = std::max(largest, node);
-        smallest = std::min(smallest, node);
-    });
-    // Starts of nodes this close to the index limit can't be counted in 32 bits.
-    if (largest > none_index - 3 || !first.resize(largest + 3)) return give_up(first, list);
-    const unsigned lowest = std::min(smallest, largest);
-    std::fill(first.begin() + (clear_all ? 0 : lowest), first.end(), 0u);
+    const unsigned lowest = clear_all ? 0 : smallest_entry(connectivity);
+    if (!first.resize(lowest) || !count_entries(connectivity, first)) return give_up(first, list);
 
-    // Counts stand two places up and are summed there; the fill then moves each start on to the place where it belongs.
+    // The fill moves each start on to the place where it belongs.
     unsigned* const starts = first.data();
-    for_each_entry(connectivity, [&](unsigned, unsigned node) { ++starts[node + 2]; });
-    for (unsigned place = lowest + 3; place < first.size; ++place) starts[place] += starts[place - 1];
+    unsigned sum = 0;
+    for (unsigned place = lowest + 2; place < first.size; ++place) starts[place] = sum += starts[place];
 
-    if (!list.resize(starts[largest + 2])) return give_up(first, list);
+    if (!list.resize(sum)) return give_up(first, list);
     unsigned* const elements = list.data();
-    for_each_entry(connectivity, [&](unsigned element, unsigned node) { elements[starts[node + 1]++] = element; });
+    const auto fill = [&](unsigned element, unsigned node) { elements[starts[node + 1]++] = element; };
+    has_none(connectivity, list) ? for_each_entry<true>(connectivity, fill) : for_each_entry<false>(connectivity, fill);
     --first.size;
     return 0;
 }
@@ -113,8 +172,7 @@ int build_node_graph(const dense2D<unsigned>& connectivity, const dense1D<unsign
     if (!first.resize(nodes + 1) || !marker.resize(nodes)) return give_up(first, list);
     first[0] = 0;
 
-    // The node-to-element form leaves none entries out, so its length tells whether there are any.
-    const bool padded = element_list.size != std::uint64_t{connectivity.rows} * connectivity.cols;
+    const bool padded = has_none(connectivity, element_list);
     const auto walk = [&](auto&& visit, auto&& close) {
         with_rows(connectivity.rows, [&](auto rows) {
             padded ? walk_graph<true>(connectivity, rows, element_first, element_list, marker, visit, close)
@@ -165,7 +223,7 @@ int get_ancestors(const dense2D<unsigned>& connectivity, dense1D<unsigned>& ance
 
     const unsigned known = ancestors.size;
     unsigned* const holder = ancestors.data();
-    for_each_entry(connectivity, [&](unsigned element, unsigned node) {
+    for_each_entry<true>(connectivity, [&](unsigned element, unsigned node) {
         if (node < known) holder[node] = element;
     });
     return 0;

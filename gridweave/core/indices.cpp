@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "gridweave/core/kinds.h"
+#include "gridweave/core/rows.h"
 #include "gridweave/core/storage.h"
 
 namespace tq4::gridweave
@@ -22,18 +23,6 @@ bool all_below_or_none(const unsigned* entries, std::size_t count, unsigned uppe
     bool good = true;
     for (std::size_t k = 0; k < count; ++k) good &= entries[k] < upper || entries[k] == none_index;
     return good;
-}
-
-/// Calls `worker(run, length)` for the entries of a matrix: for all of them at once where they are contiguous, else column by column.
-/// Ends with false as soon as the worker gives false.
-template <class Entry, class Worker>
-bool for_each_run(Entry* base, unsigned rows, unsigned cols, unsigned ld, Worker&& worker)
-{
-    if (rows == 0 || cols == 0) return true;
-    if (ld == rows) return worker(base, std::size_t{rows} * cols);
-    for (unsigned c = 0; c < cols; ++c, base += ld)
-        if (!worker(base, std::size_t{rows})) return false;
-    return true;
 }
 
 bool is_surface_column(const unsigned* column, unsigned upper)

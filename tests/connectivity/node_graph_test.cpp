@@ -171,6 +171,25 @@ TEST(NodeGraph, AgreesWithSearchOnRandomColumnsWithRepeatsAndHoles)
     }
 }
 
+TEST(NodeGraph, AgreesWithSearchWhereFewColumnsHoldTheLargestNodes)
+{
+    test::random_source random(12);
+    dense2D<unsigned> connectivity(3, 700);
+    for (unsigned c = 0; c < connectivity.cols; ++c)
+        for (unsigned r = 0; r < connectivity.rows; ++r) connectivity(r, c) = random.below(20) ? random.below(50) : none_index;
+    for (unsigned k = 0; k < 40; ++k) connectivity(random.below(3), 1 + random.below(698)) = 100 + 30 * k;
+    expect_graphs_of(connectivity);
+    expect_graphs_of(test::non_dense(connectivity, 5000u));
+
+    graph g;
+    for (const unsigned node : {none_index - 1, none_index - 2, none_index})
+    {
+        connectivity(1, 2) = node;
+        EXPECT_EQ(get_connected_elements(connectivity, g.first, g.list), node == none_index ? 0 : -199);
+        EXPECT_EQ(g.first.empty(), node != none_index);
+    }
+}
+
 TEST(NodeGraph, IndicesBeyondThirtyTwoBitCountsAreOutOfMemory)
 {
     for (const unsigned node : {none_index - 1, none_index - 2})
