@@ -39,6 +39,13 @@ bool are_distinct(const dense1D<unsigned>& ids, unsigned upper)
     return std::all_of(ids.begin(), ids.end(), [&](unsigned id) { return id < upper && !seen.test_and_set(id); });
 }
 
+bool is_identity(const dense1D<unsigned>& list)
+{
+    for (unsigned i = 0; i < list.size; ++i)
+        if (list[i] != i) return false;
+    return true;
+}
+
 } // namespace
 
 /// The first records of a large tree, small enough for the cache, and its empty places, to which all later nodes can be sent at once.
@@ -53,11 +60,8 @@ public:
         bool is_left;
     };
 
-    struct arrival
-    {
-        unsigned node;
-        unsigned place;
-    };
+    /// The number of an empty place, in little room: the places of all nodes are looked up in the order of insertion, that is, at random.
+    using place_number = std::uint16_t;
 
     guide_tree(const double* base, std::size_t step) : base_(base), step_(step) {}
 
@@ -122,12 +126,12 @@ public:
 
     /// Finds the place that each node arrives at. In the order of the list, which is mostly the order of memory, and several walks side by
     /// side, which hide each other's latency.
-    void send(const dense1D<unsigned>& natural, dense1D<arrival>& arrivals) const
+    void send(const dense1D<unsigned>& natural, dense1D<place_number>& places) const
     {
         constexpr unsigned lanes = 8;
         unsigned first = 0;
-        for (; natural.size - first >= lanes; first += lanes) send_together<lanes>(natural.data() + first, arrivals.data() + first);
-        for (; first < natural.size; ++first) send_together<1>(natural.data() + first, arrivals.data() + first);
+        for (; natural.size - first >= lanes; first += lanes) send_together<lanes>(natural.data() + first, places.data() + first);
+        for (; first < natural.size; ++first) send_together<1>(natural.data() + first, places.data() + first);
     }
 
     const empty_place& place(unsigned p) const { return places_[p]; }
@@ -145,7 +149,7 @@ private:
     const double* coordinates_of(unsigned node) const { return base_ + step_ * node; }
 
     template <unsigned Lanes>
-    void send_together(const unsigned* nodes, arrival* arrivals) const
+    void send_together(const unsigned* nodes, place_number* places) const
     {
         const guide* const guides = guides_.data();
         const double* x[Lanes];
@@ -161,7 +165,7 @@ private:
                 lowest = std::min(lowest, at[l]);
             }
         }
-        for (unsigned l = 0; l < Lanes; ++l) arrivals[l] = {nodes[l], at[l] - count_};
+        for (unsigned l = 0; l < Lanes; ++l) places[l] = static_cast<place_number>(at[l] - count_);
     }
 
     const double* base_;
@@ -263,6 +267,12 @@ private:
         return e;
     }
 
+    /// Asks memory for the coordinates of some nodes that are built in soon.
+    void ask_for_upcoming(unsigned count)
+    {
+        for (; count != 0 && upcoming_ != end_of_upcoming_; --count) __builtin_prefetch(base_ + step_ * *upcoming_++);
+    }
+
     void set_record(unsigned r, unsigned node);
     unsigned add_record(unsigned node, unsigned parent, bool is_left);
     unsigned take_run(unsigned count);
@@ -281,6 +291,8 @@ private:
     unsigned next_record_;
     unsigned runs_begin_ = 0; ///< of a first list: its runs fill the records from the end, so that all others stand close together
     unsigned deepest_ = 0;
+    const unsigned* upcoming_ = nullptr; ///< nodes to ask for
+    const unsigned* end_of_upcoming_ = nullptr;
     dense1D<element> elements_;
     dense1D<element> lefts_; ///< scratch of `split`
     bit_vector met_;         ///< scratch of `route`
@@ -366,6 +378,7 @@ void tree_growth<D>::build(batch here)
             const unsigned r = add_record(first.node, here.parent, here.is_left);
             ++here.begin;
             --here.count;
+            ask_for_upcoming(1);
             divide(here, waiting, r, axis, t);
         }
         if (here.count != 0) build_run(here);
@@ -378,6 +391,7 @@ void tree_growth<D>::build_run(const batch& set)
 {
     const element* const e = elements_.data() + set.begin;
     const unsigned root = take_run(set.count);
+    ask_for_upcoming(set.count);
     for (unsigned i = 0; i < set.count; ++i) set_record(root + i, e[i].node);
     link& way_to_root = tree_.way_to_child(set.parent, set.is_left);
     way_to_root = {root};
@@ -478,6 +492,7 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
 {
     constexpr unsigned nodes_per_bucket = 512;
     constexpr unsigned most_buckets = 4096;
+    static_assert(most_buckets <= std::numeric_limits<typename guide_tree<D>::place_number>::max());
 
     done = false;
     const unsigned count = natural.size;
@@ -494,23 +509,25 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
     guides.number_places([&](unsigned parent, bool is_left, unsigned r) { tree_.way_to_child(parent, is_left) = {r}; });
 
     // What arrives at each place, in the order of insertion. The top is counted, too, where it would have arrived, and taken off again.
-    dense1D<typename guide_tree<D>::arrival> arrivals;
+    dense1D<typename guide_tree<D>::place_number> places;
     dense1D<unsigned> starts;
     dense1D<unsigned> gathered;
     const unsigned nbr_places = top + 1;
-    if (!arrivals.resize(count) || !starts.resize(nbr_places + 1, 0) || !gathered.resize(count - top)) return false;
-    guides.send(natural, arrivals);
-    for (const auto& a : arrivals) ++starts[a.place + 1];
-    for (unsigned i = 0; i < top; ++i) --starts[arrivals[order[i]].place + 1];
+    if (!places.resize(count) || !starts.resize(nbr_places + 1, 0) || !gathered.resize(count - top)) return false;
+    guides.send(natural, places);
+    for (const unsigned place : places) ++starts[place + 1];
+    for (unsigned i = 0; i < top; ++i) --starts[places[order[i]] + 1u];
     const unsigned largest = *std::max_element(starts.begin(), starts.end());
     for (unsigned p = 0; p < nbr_places; ++p) starts[p + 1] += starts[p];
-    for (unsigned i = top; i < count; ++i)
-    {
-        const auto& a = arrivals[order[i]];
-        gathered[starts[a.place]++] = a.node;
-    }
+    for (unsigned i = top; i < count; ++i) gathered[starts[places[order[i]]]++] = order[i];
+    // A second look-up at random, which a list of all nodes in their order does without.
+    if (!is_identity(natural))
+        for (unsigned& entry : gathered) entry = natural[entry];
 
     if (!elements_.resize(largest) || !lefts_.resize(largest)) return false;
+    upcoming_ = gathered.begin();
+    end_of_upcoming_ = gathered.end();
+    ask_for_upcoming(std::min(2 * nodes_per_bucket, gathered.size));
     unsigned begin = 0;
     for (unsigned p = 0; p < nbr_places; ++p)
     {
