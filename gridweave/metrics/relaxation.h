@@ -16,6 +16,7 @@
 #include <tq4/gridweave/core.h>
 
 #include "gridweave/connectivity/node_graph.h"
+#include "gridweave/core/large_pages.h"
 #include "gridweave/core/points.h"
 #include "gridweave/core/prefetch.h"
 #include "gridweave/core/vector_math.h"
@@ -135,6 +136,22 @@ struct node_graph
     unsigned nodes() const { return first.size - 1; }
 };
 
+/// The way that a node's size may go, as stored per node.
+enum class travel : unsigned char
+{
+    either = 0,
+    grow = 1,
+    shrink = 255
+};
+
+/// Length of an edge and the sizes of its two ends along it.
+struct edge_sizes
+{
+    double d;
+    double h0;
+    double h1;
+};
+
 /// A field of sizes over a mesh.
 template <unsigned D>
 class size_field
@@ -151,21 +168,30 @@ public:
     bool prepare(const node_graph& graph)
     {
         if (!lengths_.resize(graph.list.size)) return false;
+        prefer_large_pages(lengths_.data(), std::size_t{lengths_.size} * sizeof(double));
         for (unsigned i = 0; i < graph.nodes(); ++i)
         {
             const auto here = pos_[i];
             for (unsigned p = graph.first[i]; p < graph.first[i + 1]; ++p) lengths_[p] = norm(subtract(pos_[graph.list[p]], here));
         }
+        length_at_ = lengths_.data();
         return true;
     }
 
-    /// The edge at position p of the row of node i, which leads to node k, if i had the size `mine`.
-    edge_terms terms(double mine, unsigned, unsigned k, unsigned p) const { return {lengths_[p], mine, sizes_[k]}; }
+    // The edge at position p of the row of node i, which leads to node k, if i had the size `mine`: in cheap terms, its lengths, and the
+    // sizes along it.
+    edge_terms terms(double mine, unsigned, unsigned k, unsigned p) const { return {length_at_[p], mine, sizes_[k]}; }
+    edge_lengths lengths(double mine, unsigned, unsigned k, unsigned p) const { return lengths_of_edge(length_at_[p], mine, sizes_[k]); }
+    edge_sizes sizes_along(double mine, unsigned, unsigned k, unsigned p) const { return {length_at_[p], mine, sizes_[k]}; }
+
+    void ask_for_node(unsigned k) const { prefetch(sizes_ + k); }
+    void ask_for_edge(unsigned p) const { prefetch(length_at_ + p); }
 
 private:
     point_reader<D> pos_;
     double* sizes_;
     dense1D<double> lengths_;
+    const double* length_at_ = nullptr;
 };
 
 /// A field of tensors over a mesh, one column per node.
@@ -184,54 +210,42 @@ public:
 
     edge_terms terms(const metric& mine, unsigned i, unsigned k, unsigned) const
     {
-        const auto u = subtract(pos_[k], pos_[i]);
+        const auto u = edge(i, k);
         const double s0 = std::sqrt(quadratic_form(mine, u));
         const double s1 = std::sqrt(quadratic_form((*this)[k], u));
         return {s0 * s1, s0, s1};
     }
 
+    edge_lengths lengths(const metric& mine, unsigned i, unsigned k, unsigned) const
+    {
+        return lengths_of_edge(edge(i, k), mine, (*this)[k]);
+    }
+
+    edge_sizes sizes_along(const metric& mine, unsigned i, unsigned k, unsigned) const
+    {
+        const auto u = edge(i, k);
+        const double squared_length = squared_norm(u);
+        const double d = std::sqrt(squared_length);
+        auto unit = u;
+        if (squared_length != 0 && squared_length != 1)
+            for (unsigned c = 0; c < D; ++c) unit[c] = u[c] / d;
+        const auto size = [&](const metric& m) {
+            const double q = quadratic_form(m, unit);
+            return q > 0 ? 1 / std::sqrt(q) : q;
+        };
+        return {d, size(mine), size((*this)[k])};
+    }
+
+    void ask_for_node(unsigned k) const { prefetch(base_ + step_ * k); }
+    void ask_for_edge(unsigned) const {}
+
 private:
+    vector_fixed<double, D> edge(unsigned i, unsigned k) const { return subtract(pos_[k], pos_[i]); }
+
     point_reader<D> pos_;
     double* base_;
     std::size_t step_;
 };
-
-/// The way that a node's size may go, as stored per node.
-enum class travel : unsigned char
-{
-    either = 0,
-    grow = 1,
-    shrink = 255
-};
-
-/// Length of an edge and the sizes of its two ends along it.
-struct edge_sizes
-{
-    double d;
-    double h0;
-    double h1;
-};
-
-template <unsigned D>
-edge_sizes sizes_along(const vector_fixed<double, D>& u, double h0, double h1)
-{
-    return {norm(u), h0, h1};
-}
-
-template <unsigned D>
-edge_sizes sizes_along(const vector_fixed<double, D>& u, const tensor<D>& m0, const tensor<D>& m1)
-{
-    const double squared_length = squared_norm(u);
-    const double d = std::sqrt(squared_length);
-    vector_fixed<double, D> unit = u;
-    if (squared_length != 0 && squared_length != 1)
-        for (unsigned k = 0; k < D; ++k) unit[k] = u[k] / d;
-    const auto size = [&](const tensor<D>& m) {
-        const double q = quadratic_form(m, unit);
-        return q > 0 ? 1 / std::sqrt(q) : q;
-    };
-    return {d, size(m0), size(m1)};
-}
 
 /// Keeps a metric that a node is to take from giving ground against the node's way of travel.
 inline bool keep_to_way(travel way, double start, double& size)
@@ -269,7 +283,7 @@ double metric_change_ratio(const tensor<D>& before, const tensor<D>& after)
 }
 
 /// One run of the relaxation.
-template <unsigned D, class Limit, class Field>
+template <class Limit, class Field>
 class relaxation
 {
 public:
@@ -278,23 +292,23 @@ public:
     /// Value of a node's status when it never moves; 0 is a node that has not moved yet, any other value the stamp of its latest move.
     static constexpr unsigned frozen = none_index;
 
-    relaxation(const point_reader<D>& pos, const node_graph& graph, dense1D<unsigned>& status, dense1D<travel>& ways, const Limit& limit,
-               Field& field)
-        : pos_(pos),
-          first_(graph.first.data()),
+    /// `status` has one entry more than there are nodes, which is frozen.
+    relaxation(const node_graph& graph, dense1D<unsigned>& status, dense1D<travel>& ways, const Limit& limit, Field& field)
+        : first_(graph.first.data()),
           list_(graph.list.data()),
           nodes_(graph.nodes()),
-          status_(status),
-          ways_(ways),
+          status_(status.data()),
+          ways_(ways.data()),
           limit_(limit),
-          field_(field)
+          field_(field),
+          queue_({0, nodes_, nodes_, 0})
     {
     }
 
     /// Runs until no edge is left to correct. The number of nodes moved, or -199 with the moves made so far kept.
     int propagate_bounds()
     {
-        any_frozen_ = std::any_of(status_.begin(), status_.end(), [](unsigned s) { return s != 0; });
+        any_frozen_ = std::any_of(status_, status_ + nodes_, [](unsigned s) { return s != 0; });
         if (any_frozen_ && !note_frozen_neighbours()) return out_of_memory;
 
         for (unsigned i = 0; i < nodes_; ++i)
@@ -302,22 +316,16 @@ public:
 
         unsigned stamp = 0;
         int moved = 0;
-        while (!heap_.empty())
+        while (!queue_.empty())
         {
-            const gradation_record worst = heap_.top();
-            const unsigned i = worst.node;
-            const unsigned j = worst.neighbour;
-            heap_.for_each_next([&](const gradation_record& next) {
-                prefetch(&status_[next.node]);
-                prefetch(&status_[next.neighbour]);
-            });
-            heap_.pop();
-            // Most records are stale by now: one of the ends has moved since.
-            if (status_[i] > worst.stamp) continue;
-            if (status_[j] > worst.stamp && status_[j] != frozen) continue;
+            const gradation_record worst = queue_.top();
+            queue_.pop();
+            look_ahead();
+            if (is_stale(worst)) continue;
 
+            const unsigned i = worst.node;
             travel way = ways_[i];
-            if (!correct_node(i, j, way)) continue;
+            if (!correct_node(worst, way)) continue;
 
             ways_[i] = way;
             if (status_[i] == 0) ++moved;
@@ -328,21 +336,69 @@ public:
     }
 
 private:
-    double measure(const metric& m0, const metric& m1, const vector_fixed<double, D>& u) const
+    /// Smaller moves are not worth the work that they cause around them.
+    static constexpr double least_fraction = 0.001;
+
+    /// Most records are stale when they come out: one of the ends has moved since. An idle one is so from the start, its node being frozen.
+    bool is_stale(const gradation_record& record) const
     {
-        return Limit::measure(lengths_of_edge(u, m0, m1), m0, m1);
+        const unsigned j = status_[record.neighbour];
+        return (status_[record.node] > record.stamp) | ((j > record.stamp) & (j != frozen));
+    }
+
+    /// Asks in time for what the records will need that come out soon.
+    void look_ahead() const
+    {
+        constexpr unsigned edges_at_once = 32; // nothing hangs on those of nodes that have more
+
+        const gradation_record& later = queue_.risen(3);
+        prefetch(status_ + later.node);
+        prefetch(status_ + later.neighbour);
+        prefetch(first_ + later.node);
+
+        const gradation_record& soon = queue_.risen(2);
+        if (!is_stale(soon))
+        {
+            const unsigned end = std::min(first_[soon.node + 1], first_[soon.node] + edges_at_once);
+            for (unsigned p = first_[soon.node]; p < end; p += 8)
+            {
+                prefetch(list_ + p);
+                field_.ask_for_edge(p);
+            }
+            field_.ask_for_edge(end);
+        }
+        const gradation_record& next = queue_.risen(1);
+        if (!is_stale(next))
+        {
+            const unsigned end = std::min(first_[next.node + 1], first_[next.node] + edges_at_once);
+            field_.ask_for_node(next.node);
+            for (unsigned p = first_[next.node]; p < end; ++p) field_.ask_for_node(list_[p]);
+        }
+    }
+
+    double measure(const metric& m, unsigned i, unsigned p) const
+    {
+        const unsigned k = list_[p];
+        return Limit::measure(field_.lengths(m, i, k, p), m, field_[k]);
     }
 
     /// Whether the edge at position p of the row of node i, whose metric is `mine`, is above the limit, and the key that it is queued
     /// under.
     bool is_above(const metric& mine, unsigned i, unsigned p, float& key) const
     {
-        const unsigned k = list_[p];
-        const judgement verdict = limit_.judge(field_.terms(mine, i, k, p), key);
+        const judgement verdict = limit_.judge(field_.terms(mine, i, list_[p], p), key);
         if (verdict != judgement::unsure) return verdict == judgement::above;
-        const double e = measure(mine, field_[k], subtract(pos_[k], pos_[i]));
+        const double e = measure(mine, i, p);
         key = gradation_key(e);
         return limit_.limit() < e;
+    }
+
+    /// Queues an edge for the correction of `record.node`, an end of it. What will come of it is certain now: when one of its ends moves
+    /// before, the record gets stale. So where it is cheap to know that nothing will, nothing is kept.
+    bool queue(float key, const edge_sizes& edge, const gradation_record& record)
+    {
+        travel way = ways_[record.node];
+        return fraction_to_go(edge, way) > 0 ? queue_.push(key, record) : queue_.push_idle(key);
     }
 
     /// Queues the edges of a node that are above the limit, for the node's own correction.
@@ -351,7 +407,11 @@ private:
         const metric mine = field_[i];
         float key = 0;
         for (unsigned p = first_[i]; p < first_[i + 1]; ++p)
-            if (is_above(mine, i, p, key) && !heap_.push({key, 0, i, list_[p]})) return false;
+        {
+            if (!is_above(mine, i, p, key)) continue;
+            const unsigned k = list_[p];
+            if (!queue(key, field_.sizes_along(mine, i, k, p), {0, i, k, p})) return false;
+        }
         return true;
     }
 
@@ -364,8 +424,9 @@ private:
         {
             if (!is_above(mine, i, p, key)) continue;
             const unsigned k = list_[p];
-            if (!heap_.push({key, stamp, i, k})) return false;
-            if (status_[k] != frozen && !heap_.push({key, stamp, k, i})) return false;
+            const edge_sizes edge = field_.sizes_along(mine, i, k, p);
+            if (!queue(key, edge, {stamp, i, k, p})) return false;
+            if (status_[k] != frozen && !queue(key, {edge.d, edge.h1, edge.h0}, {stamp, k, i, p})) return false;
         }
         return true;
     }
@@ -396,22 +457,27 @@ private:
 
     bool has_frozen_neighbours(unsigned i) const { return any_frozen_ && frozen_first_[i] != frozen_first_[i + 1]; }
 
-    /// Moves the metric of node i towards that of node j until their edge meets the limit. False when the node stays.
-    bool correct_node(unsigned i, unsigned j, travel& way)
+    /// The fraction of the way from the first end of an edge to the other after which the edge meets the limit, or 0 when the first end
+    /// stays for what is known of this edge. A way that was open becomes the one that it goes.
+    double fraction_to_go(const edge_sizes& edge, travel& way) const
     {
-        // Smaller moves are not worth the work that they cause around them.
-        constexpr double least_fraction = 0.001;
-        constexpr double least_ratio = 1.000000000001;
-
-        const metric start = field_[i];
-        const metric goal = field_[j];
-        const edge_sizes edge = sizes_along(subtract(pos_[j], pos_[i]), start, goal);
-        double t = limit_.fraction(edge.d, std::fabs(edge.h1 - edge.h0));
-        if (!(t > least_fraction)) return false;
-
         const travel wanted = edge.h1 > edge.h0 ? travel::grow : travel::shrink;
         if (way == travel::either) way = wanted;
-        if (way != wanted) return false;
+        if (way != wanted) return 0;
+        const double t = limit_.fraction(edge.d, std::fabs(edge.h1 - edge.h0));
+        return t > least_fraction ? t : 0;
+    }
+
+    /// Moves the metric of a node towards that of its neighbour until their edge meets the limit. False when the node stays.
+    bool correct_node(const gradation_record& record, travel& way)
+    {
+        constexpr double least_ratio = 1.000000000001;
+
+        const unsigned i = record.node;
+        const metric start = field_[i];
+        const metric goal = field_[record.neighbour];
+        double t = fraction_to_go(field_.sizes_along(start, i, record.neighbour, record.position), way);
+        if (!(t > 0)) return false;
 
         const bool beside_frozen = has_frozen_neighbours(i);
         metric_path<metric> path(start, goal);
@@ -491,9 +557,8 @@ private:
         for (unsigned f = frozen_first_[i]; f < frozen_first_[i + 1]; ++f)
         {
             const unsigned p = frozen_at_[f];
-            const unsigned k = list_[p];
-            if (limit_.judge(field_.terms(m, i, k, p), key) == judgement::within) continue;
-            const double excess = measure(m, field_[k], subtract(pos_[k], pos_[i])) - limit_.limit();
+            if (limit_.judge(field_.terms(m, i, list_[p], p), key) == judgement::within) continue;
+            const double excess = measure(m, i, p) - limit_.limit();
             if (!(excess > 0)) continue;
             if (excess >= largest_excess) return DBL_MAX;
             sum += excess * excess;
@@ -501,15 +566,14 @@ private:
         return sum;
     }
 
-    point_reader<D> pos_;
     const unsigned* first_;
     const unsigned* list_;
     unsigned nodes_;
-    dense1D<unsigned>& status_;
-    dense1D<travel>& ways_;
+    unsigned* status_;
+    travel* ways_;
     Limit limit_;
     Field& field_;
-    gradation_heap heap_;
+    gradation_queue queue_;
 
     // Of use only where there are frozen nodes.
     bool any_frozen_ = false;
@@ -552,7 +616,7 @@ int relax(const dense2D<double>& coordinates, const dense2D<unsigned>& connectiv
 {
     const point_reader<D> pos(coordinates);
     auto field = field_over(pos, values);
-    using run = relaxation<D, Limit, decltype(field)>;
+    using run = relaxation<Limit, decltype(field)>;
 
     // No move goes any other way.
     if (way != travel::either && way != travel::grow && way != travel::shrink) return 0;
@@ -566,9 +630,9 @@ int relax(const dense2D<double>& coordinates, const dense2D<unsigned>& connectiv
     if (const int result = build_graph(connectivity, graph); result < 0) return result;
 
     dense1D<travel> ways;
-    if (!status.resize(graph.nodes(), run::frozen) || !ways.resize(graph.nodes(), way)) return out_of_memory;
-    if (!field.prepare(graph)) return out_of_memory;
-    return run(pos, graph, status, ways, limit, field).propagate_bounds();
+    if (!status.resize(graph.nodes(), run::frozen) || !status.resize(graph.nodes() + 1, run::frozen)) return out_of_memory;
+    if (!ways.resize(graph.nodes(), way) || !field.prepare(graph)) return out_of_memory;
+    return run(graph, status, ways, limit, field).propagate_bounds();
 }
 
 inline bool holds_metrics_of(unsigned, const dense1D<double>&)
