@@ -60,9 +60,7 @@ bool make_room(dense1D<unsigned>& starts, unsigned node)
 {
     constexpr unsigned last = none_index - 3;
     if (node > last) return false;
-    const unsigned needed = node + 3;
-    const unsigned wanted = needed + std::min(node / 16, last - node);
-    return starts.resize(starts.reserve(wanted, 1) ? wanted : needed, 0u);
+    return starts.resize(node + 3 + std::min(node / 16, last - node), 0u);
 }
 
 /// Counts the entries of each node two places up, behind the starts that are there, in one pass: the starts grow with the nodes that it
