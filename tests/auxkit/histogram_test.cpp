@@ -172,4 +172,16 @@ TEST(Histogram, RendersBars)
                            "                         NaN          1\n");
 }
 
+TEST(Histogram, PutsValuesThatRoundToTheUpperBoundIntoTheLastBin)
+{
+    // Beside the width of the range the distance of the value to the bound is lost.
+    histogram h(-1.0, 1e-17, 4);
+    h.process(5e-18);
+    EXPECT_EQ(h.bin_count(3), 1u);
+    EXPECT_EQ(h.overflow(), 0u);
+    h.process(1e-17);
+    EXPECT_EQ(h.bin_count(3), 1u);
+    EXPECT_EQ(h.overflow(), 1u);
+}
+
 } // namespace

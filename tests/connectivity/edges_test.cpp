@@ -290,4 +290,16 @@ TEST(EdgeList, MemoryFailureLeavesTheListAsItWas)
     }
 }
 
+TEST(Edges, MoreColumnsThanCanBeCountedAreRefused)
+{
+    // All columns of the view are one and the same.
+    unsigned column[2] = {7, 8};
+    auto edges = dense2D<unsigned>::wrap(column, 2, none_index - 2, 0);
+    ASSERT_EQ(edges.cols, none_index - 2);
+    EXPECT_EQ(copy_edges(elements_of({{0, 1, 2}}), ELEM_TRIA3, edges), -199);
+    EXPECT_EQ(edges.cols, none_index - 2);
+    EXPECT_EQ(column[0], 7u);
+    EXPECT_EQ(column[1], 8u);
+}
+
 } // namespace

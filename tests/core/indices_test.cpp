@@ -383,4 +383,15 @@ TEST(Version, IsTheLibrarys)
     EXPECT_EQ(version(), version());
 }
 
+TEST(Indices, OfColumnsWithoutRowsAreLeftAlone)
+{
+    dense2D<unsigned> no_rows(0, 5);
+    change_indices(no_rows, ids_of({1, 0}));
+    EXPECT_EQ(shift_indices(no_rows, 3, ELEM_TRIA3), 0);
+    EXPECT_EQ(shift_indices(no_rows, 3, ELEM_SURF_ANY), 0);
+    EXPECT_TRUE(check_IDs(no_rows, 0));
+    EXPECT_EQ(max_ID(no_rows), none);
+    EXPECT_EQ(no_rows.cols, 5u);
+}
+
 } // namespace

@@ -559,4 +559,20 @@ TEST(Merge, ReadsNothingAtAStrayIndexWhenMemoryRunsOut)
         }
 }
 
+TEST(Merge, MovesNothingWhereNoNodeIsFinite)
+{
+    for (const double bad : {nan, std::numeric_limits<double>::infinity()})
+        for (const unsigned rows : {2u, 3u})
+            for (const double tol : {0.0, 1.0, 1e200})
+            {
+                const dense2D<double> pos(rows, 5, bad);
+                dense1D<unsigned> new_ids = ids_of({7});
+                EXPECT_EQ(merge(pos, ids_of({0, 1, 2, 3}), ids_of({1, 2, 3, 4}), new_ids, tol), 0);
+                EXPECT_EQ(test::list(new_ids), (std::vector<unsigned>{0, 1, 2, 3, 4}));
+                dense2D<unsigned> connectivity = elements_of({{0, 1, 2}, {2, 3, 4}});
+                EXPECT_EQ(merge(pos, connectivity, new_ids, tol, 0), 0);
+                EXPECT_EQ(test::columns(connectivity), (std::vector<std::vector<unsigned>>{{0, 1, 2}, {2, 3, 4}}));
+            }
+}
+
 } // namespace

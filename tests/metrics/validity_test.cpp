@@ -387,4 +387,14 @@ TEST(OverwriteInvalidMetrics, WritesTensorsOfSizes)
     EXPECT_EQ(columns(space), (std::vector<std::vector<double>>{{0.25, 0, 0.25, 0, 0, 0.25}, {1, 0, 1, 0, 0, 1}}));
 }
 
+TEST(OverwriteInvalidMetrics, LeavesInvalidColumnsWithoutAValidFallback)
+{
+    auto space = field_of({bad3, bad3, bad3});
+    EXPECT_EQ(overwrite_invalid_metrics(space, field_of({unit3, bad3, tensor3{1, 0, 1, 0, 0, nan}})), 1);
+    EXPECT_EQ(columns(space), columns(field_of({unit3, bad3, bad3})));
+    space = field_of({bad3, bad3, bad3, bad3});
+    EXPECT_EQ(overwrite_invalid_metrics(space, vector_of({0.0, -1.0, nan, 0.5})), 1);
+    EXPECT_EQ(columns(space), columns(field_of({bad3, bad3, bad3, tensor3{4, 0, 4, 0, 0, 4}})));
+}
+
 } // namespace tq4::gridweave

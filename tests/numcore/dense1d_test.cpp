@@ -579,4 +579,15 @@ TEST(Dense1D, SurvivesFailureOfAnyAllocation)
     EXPECT_EQ(test::live_allocations(), alive);
 }
 
+TEST(Dense1D, CountsNoElementBeyondThirtyTwoBits)
+{
+    // The slack of the alignment would hold a few more. The pages are never touched.
+    dense1D<char> v;
+    if (!v.reserve(0xFFFFFFFFu, 1)) GTEST_SKIP() << "no address space for 4 GB";
+    EXPECT_EQ(v.block->capacity, 0xFFFFFFFFu);
+    EXPECT_TRUE(v.resize(0xFFFFFFFFu));
+    v.push_back('x');
+    EXPECT_EQ(v.size, 0xFFFFFFFFu);
+}
+
 } // namespace

@@ -391,6 +391,12 @@ TEST(Dense2D, WrapsACallersArray)
     EXPECT_EQ(test::live_allocations(), alive);
     EXPECT_TRUE(matrix::wrap(nullptr, 2, 2).empty());
     EXPECT_TRUE(matrix::wrap(array, 0x10000, 0x10000).empty()); // no such array
+    for (const auto& nothing : {matrix::wrap(array, 2, 0), matrix::wrap(array, 0, 2)})
+    {
+        EXPECT_EQ(nothing.block->capacity, 0u);
+        EXPECT_EQ(nothing.size, 0u);
+        EXPECT_EQ(nothing.rows + nothing.cols, 2u);
+    }
 }
 
 TEST(Dense2D, AMovedFromViewIsEmptyAndUsable)

@@ -1,6 +1,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -64,6 +65,24 @@ TEST(Dspev, ReadsALowerTriangleToo)
     EXPECT_NEAR(p.values[0], 1.0, 1e-14);
     EXPECT_NEAR(p.values[1], 3.0, 1e-14);
     EXPECT_NEAR(p.values[2], 5.0, 1e-14);
+}
+
+TEST(Dspev, TakesItsLettersInEitherCase)
+{
+    const auto solved = [](char jobz, char uplo) {
+        problem p;
+        EXPECT_EQ(dspev(jobz, uplo, 3, p.packed.values, p.values, p.vectors, 3, p.work, p.info), 0);
+        return std::vector<double>{p.values[0], p.values[1], p.values[2], p.vectors[8]};
+    };
+    // The diagonal (2, 3, 1) read as an upper triangle; read as a lower one, (2, 0, 1) with 3 beside the 0.
+    const std::vector<double> upper = solved('V', 'U');
+    EXPECT_EQ((std::vector<double>{upper[0], upper[1], upper[2]}), (std::vector<double>{1, 2, 3}));
+    EXPECT_EQ(solved('v', 'u'), upper);
+    EXPECT_EQ(solved('n', 'u')[2], 3);
+    EXPECT_EQ(solved('n', 'u')[3], 0); // no vectors
+    EXPECT_EQ(solved('v', 'l'), solved('V', 'L'));
+    EXPECT_EQ(solved('V', 'L')[2], solved('N', 'l')[2]);
+    EXPECT_NE(solved('V', 'L')[2], 3);
 }
 
 TEST(Dspev, DoesNothingForOrderZero)

@@ -95,6 +95,9 @@ TEST(Ptr, MovesWithoutCounting)
     EXPECT_EQ(second->references(), 1u);
     first = std::move(second);
     EXPECT_EQ(first->references(), 1u);
+    Ptr<counted>& itself = first;
+    first = std::move(itself);
+    EXPECT_EQ(first->references(), 1u);
     EXPECT_EQ(alive, 1);
 }
 

@@ -92,6 +92,36 @@ std::set<edge> edges_of(const dense2D<unsigned>& triangles)
     return edges;
 }
 
+TEST(EdgeQualities, LeaveEdgesOutWhereEitherEndHasNoMetric)
+{
+    for (const unsigned rows : {2u, 3u})
+    {
+        const auto pos = dense2D<double>(rows, 2, 0.0);
+        const auto bar = elements_of({{0, 1}});
+        const auto counted = [&](const auto& field) {
+            histogram lengths;
+            const int result = edge_qualities(pos, bar, ELEM_BAR2, field, lengths, no_edges);
+            EXPECT_EQ(result, lengths.count() == 1 ? 1 : -4);
+            return lengths.count();
+        };
+        for (const double bad : {0.0, -1.0, not_a_number})
+        {
+            EXPECT_EQ(counted(test::vector_of({bad, 1.0})), 0u);
+            EXPECT_EQ(counted(test::vector_of({1.0, bad})), 0u);
+            for (const unsigned node : {0u, 1u})
+            {
+                auto metrics = unit_tensors(pos);
+                metrics(0, node) = bad;
+                EXPECT_EQ(counted(metrics), 0u);
+            }
+        }
+        EXPECT_EQ(counted(unit_sizes(1)), 0u);
+        EXPECT_EQ(counted(unit_sizes(2)), 1u);
+        EXPECT_EQ(counted(unit_tensors(dense2D<double>(rows, 1))), 0u);
+        EXPECT_EQ(counted(unit_tensors(pos)), 1u);
+    }
+}
+
 } // namespace
 
 TEST(EdgeQuality, IsTheLengthOverTheLogarithmicMean)

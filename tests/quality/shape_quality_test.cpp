@@ -333,6 +333,23 @@ double quality(const dense2D<double>& pos, element_type kind)
 
 } // namespace reference
 
+TEST(ShapeQuality, PyramidsWhoseWarpUnderflowsFollowTheLiteralAccount)
+{
+    // One corner of the base is close to the diagonal: with the size, the normals of that corner and of the opposite one are the first to
+    // be lost.
+    for (const unsigned corner : {0u, 1u, 2u, 3u})
+        for (const double offset : {0.3, 1e-3, 1e-5, 1e-7, 1e-9})
+            for (int exponent = -100; exponent > -145; --exponent)
+            {
+                const double base[4][2] = {{0.5 - offset, 0.5 - offset}, {1, 0}, {1, 1}, {0, 1}};
+                dense2D<double> pos(3, 5);
+                for (unsigned k = 0; k < 4; ++k)
+                    for (unsigned r = 0; r < 3; ++r) pos(r, (k + corner) % 4) = std::ldexp(r < 2 ? base[k][r] : 0, exponent);
+                for (unsigned r = 0; r < 3; ++r) pos(r, 4) = std::ldexp(r < 2 ? 0.6 : 0.7, exponent);
+                ASSERT_EQ(quality_of(pos, ELEM_PYRA5), reference::quality(pos, ELEM_PYRA5)) << corner << ' ' << offset << ' ' << exponent;
+            }
+}
+
 } // namespace
 
 TEST(ShapeQuality, IdealShapesScoreOne)

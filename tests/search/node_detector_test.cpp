@@ -692,4 +692,46 @@ TEST(NodeDetector, AnswersSeveralThreadsAtOnce)
     for (unsigned c = 0; c < pos.cols; ++c) ASSERT_EQ(answers[c], detector.find_closest(c));
 }
 
+TEST(NodeDetector, AgreesOnFewNodesOfALargeMatrix)
+{
+    for (const unsigned rows : {2u, 3u})
+    {
+        const auto pos = test::lattice_points(rows, 20000, 30, 4);
+        test::random_source random(rows);
+        dense1D<unsigned> ids(60);
+        for (unsigned& id : ids) id = random.below(pos.cols);
+        for (const bool repeated : {false, true})
+        {
+            if (repeated) ids[59] = ids[3];
+            const node_detector detector(pos, ids);
+            test::reference_tree reference(pos);
+            reference.insert(ids);
+            expect_same_answers(detector, reference, pos, 200, rows);
+        }
+    }
+}
+
+TEST(NodeDetector, ReadsNothingThroughAMatrixThatWasMovedFrom)
+{
+    dense2D<double> pos = test::random_points(3, 300, 1);
+    node_detector detector(pos);
+    const dense2D<double> moved = std::move(pos);
+    EXPECT_EQ(detector.find_closest(point_3d{0, 0, 0}), none_index);
+    EXPECT_EQ(detector.find_closest(0u), none_index);
+    EXPECT_TRUE(in_box(detector, {0, 0, 0}, {1, 1, 1}).empty());
+    EXPECT_EQ(detector.insert(ids_of({1})), 0u);
+}
+
+TEST(NodeDetector, RefusesAMatrixOfMoreNodesThanItCanMark)
+{
+    // All columns of the view are one and the same.
+    double x[2] = {1, 2};
+    const auto pos = dense2D<double>::wrap(x, 2, none_index, 0);
+    ASSERT_EQ(pos.cols, none_index);
+    node_detector detector;
+    EXPECT_EQ(detector.reinit(pos, ids_of({0, 7})), out_of_memory);
+    EXPECT_EQ(detector.size(), 0u);
+    EXPECT_EQ(detector.find_closest(point_2d{1, 2}), none_index);
+}
+
 } // namespace
