@@ -71,12 +71,12 @@ public:
 
     bool prepare() { return met_from_.resize(connectivity_.cols, none_index); }
 
-    /// Calls `visit(shape, element, nodes)` for the elements around `node` that links connect with `start`, depth first.
+    /// Finds the elements around `node` that links connect with `start`.
     /// @return 0; -4 `start` does not hold the node; -3 an element reached through a link does not; -199 out of memory
-    template <class Visit>
-    int walk(unsigned node, unsigned start, Visit&& visit)
+    int walk(unsigned node, unsigned start)
     {
         stack_.size = 0;
+        found_.size = 0;
         if (!push(node, start)) return out_of_memory;
         for (bool at_start = true; stack_.size != 0; at_start = false)
         {
@@ -87,7 +87,6 @@ public:
                 const auto position = static_cast<unsigned>(std::find(nodes, nodes + shape_type::nodes, node) - nodes);
                 if (position == shape_type::nodes) return at_start ? -4 : -3;
 
-                visit(shape, element, nodes);
                 const sides_of_node& around = sides_at<shape_type>[position];
                 for (unsigned k = around.count; k-- > 0;)
                 {
@@ -97,9 +96,13 @@ public:
                 return 0;
             });
             if (code != 0) return code;
+            if (!append_entry(found_, element)) return out_of_memory;
         }
         return 0;
     }
+
+    /// What the latest walk found, depth first.
+    const dense1D<unsigned>& found() const { return found_; }
 
 private:
     bool push(unsigned node, unsigned element)
@@ -113,6 +116,7 @@ private:
     const dense2D<unsigned>& neighbors_;
     dense1D<unsigned> met_from_; ///< by element, the node of the latest walk that met it
     dense1D<unsigned> stack_;
+    dense1D<unsigned> found_;
 };
 
 /// What the walk around a node found of one side: the boundary ids of the first and the last element that have it, by direction.
@@ -210,18 +214,23 @@ int find_elements(topology shape_of_all, unsigned stride, const dense2D<unsigned
             if (!wanted.collect(turned_boundary(*b))) return out_of_memory;
         wanted.sort();
 
-        const int code = ball.walk(node, ancestors[node], [&](auto shape, unsigned element, const unsigned* nodes) {
-            using shape_type = decltype(shape);
-            if constexpr (has_slots<shape_type, slots>)
-                for_each_side<shape_type>(
-                    [&](auto side) { wanted.note(turn(nodes_of_side<slots, shape_type>(side, nodes)), element * stride + side); });
-        });
+        const int code = ball.walk(node, ancestors[node]);
         if (code == out_of_memory) return code;
         if (code != 0)
         {
             if (*begin < failed_boundary) failure = code;
             failed_boundary = std::min(failed_boundary, *begin);
             continue;
+        }
+        for (const unsigned element : ball.found())
+        {
+            const unsigned* const nodes = connectivity.column(element);
+            with_shape_of(shape_of_all, nodes, [&](auto shape) {
+                using shape_type = decltype(shape);
+                if constexpr (has_slots<shape_type, slots>)
+                    for_each_side<shape_type>(
+                        [&](auto side) { wanted.note(turn(nodes_of_side<slots, shape_type>(side, nodes)), element * stride + side); });
+            });
         }
         for (const unsigned* b = begin; b != end; ++b) ids[*b] = wanted.answer(turned_boundary(*b));
     }
@@ -249,7 +258,8 @@ int get_elements_on_boundaries(const dense2D<unsigned>& boundaries, const dense2
     if (shape_of_all == topology::none) return -5;
 
     int code = out_of_memory;
-    if (detach(ids, boundaries, connectivity, neighbors, ancestors) && ids.resize(boundaries.cols, none_index)) switch (boundaries.rows)
+    detach_empty(ids, boundaries, connectivity, neighbors, ancestors);
+    if (ids.resize(boundaries.cols, none_index)) switch (boundaries.rows)
         {
         case 1: code = find_elements<1>(shape_of_all, stride, boundaries, connectivity, neighbors, ancestors, ids); break;
         case 2: code = find_elements<2>(shape_of_all, stride, boundaries, connectivity, neighbors, ancestors, ids); break;

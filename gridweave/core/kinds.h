@@ -137,31 +137,28 @@ constexpr auto with_shape_of(topology t, const unsigned* column, Worker&& worker
 template <class Worker>
 void for_each_element(topology t, const dense2D<unsigned>& connectivity, Worker&& worker)
 {
-    const unsigned* column = connectivity.data();
-    const unsigned count = column ? connectivity.cols : 0; // a view without storage has no columns, whatever its fields say
+    const unsigned* const first = connectivity.data();
+    const unsigned count = first ? connectivity.cols : 0; // a view without storage has no columns, whatever its fields say
     const std::size_t step = connectivity.ld;
 
-    const auto go_on = [&](auto shape, unsigned element, const unsigned* nodes) {
-        if constexpr (std::is_same_v<decltype(worker(shape, element, nodes)), bool>)
-            return worker(shape, element, nodes);
-        else
-        {
-            worker(shape, element, nodes);
-            return true;
-        }
-    };
-    const auto all_of_one = [&](auto shape) {
+    const auto walk = [&](auto&& visit) {
+        const unsigned* column = first;
         for (unsigned element = 0; element < count; ++element, column += step)
-            if (!go_on(shape, element, column)) return;
+            if constexpr (std::is_same_v<decltype(visit(element, column)), bool>)
+            {
+                if (!visit(element, column)) return;
+            }
+            else
+                visit(element, column);
     };
 
     if (t == topology::mixed_surface || t == topology::mixed_solid)
-    {
-        for (unsigned element = 0; element < count; ++element, column += step)
-            if (!with_shape_of(t, column, [&](auto shape) { return go_on(shape, element, column); })) return;
-        return;
-    }
-    with_shape_of(t, nullptr, all_of_one);
+        walk([&](unsigned element, const unsigned* column) {
+            return with_shape_of(t, column, [&](auto shape) { return worker(shape, element, column); });
+        });
+    else
+        with_shape_of(t, nullptr,
+                      [&](auto shape) { walk([&](unsigned element, const unsigned* column) { return worker(shape, element, column); }); });
 }
 
 } // namespace tq4::gridweave
