@@ -158,7 +158,8 @@ int get_neighbors(const dense2D<unsigned>& connectivity, element_type kind, bool
     if (!check_IDs(connectivity, kind, none_index)) return -1;
     const topology shape = linear_topology(kind);
     if (shape == topology::none) return -2;
-    if (!detach(neighbors, connectivity) || !neighbors.resize(nbr_boundaries(kind), connectivity.cols, none_index)) return out_of_memory;
+    detach_empty(neighbors, connectivity);
+    if (!neighbors.resize(nbr_boundaries(kind), connectivity.cols, none_index)) return out_of_memory;
 
     if (suits_node_table(max_ID(connectivity), std::uint64_t{connectivity.rows} * connectivity.cols))
         return match_all_sides(shape, connectivity, link_shared, neighbors);

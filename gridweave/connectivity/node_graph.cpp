@@ -138,7 +138,8 @@ int build_node_elements(const dense2D<unsigned>& connectivity, dense1D<unsigned>
 {
     first.size = 0;
     list.size = 0;
-    if (!detach(first, connectivity) || !detach(list, connectivity, first)) return give_up(first, list);
+    detach_empty(first, connectivity);
+    detach_empty(list, connectivity, first);
     if (connectivity.empty()) return first.resize(1, 0) ? 0 : give_up(first, list);
 
     const unsigned lowest = clear_all ? 0 : smallest_entry(connectivity);
@@ -162,7 +163,8 @@ int build_node_graph(const dense2D<unsigned>& connectivity, const dense1D<unsign
 {
     first.size = 0;
     list.size = 0;
-    if (!detach(first, connectivity) || !detach(list, connectivity, first)) return give_up(first, list);
+    detach_empty(first, connectivity);
+    detach_empty(list, connectivity, first);
     if (connectivity.empty()) return first.resize(1, 0) ? 0 : give_up(first, list);
 
     const unsigned nodes = element_first.size - 1;

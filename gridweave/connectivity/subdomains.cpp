@@ -59,8 +59,9 @@ int get_subdomains(const dense2D<unsigned>& neighbors, dense1D<unsigned>& indice
 {
     indices.size = 0;
     offsets.size = 0;
+    detach_empty(indices, neighbors);
+    detach_empty(offsets, neighbors, indices);
     bit_vector reached;
-    if (!detach(indices, neighbors) || !detach(offsets, neighbors, indices)) return out_of_memory;
     if (!reached.reset(neighbors.cols) || !indices.reserve(neighbors.cols, 1)) return out_of_memory;
     offsets.push_back(0);
 

@@ -12,15 +12,16 @@
 namespace tq4::gridweave
 {
 
-// A list and a range of matrices are walked by the same two operations: `total` entries, and `visit(worker)` over them in order. Entries
-// are read through the view each time, since the output may share their block and move it when it grows.
+// A list and a range of matrices are walked by the same operations: `total` entries, the `largest` of them where there are any, and
+// `visit(worker)` over them in order. Entries are read through the view each time, since the output may share their block and move it when
+// it grows.
 
 struct list_entries
 {
     const dense1D<unsigned>& ids;
 
     std::uint64_t total() const { return ids.size; }
-    unsigned largest() const { return ids.empty() ? 0 : max_ID(ids); }
+    unsigned largest() const { return max_ID(ids); }
 
     template <class Worker>
     void visit(Worker&& worker) const

@@ -15,4 +15,11 @@ bool detach(Output& output, const Others&... others)
     return !shares || output.copy(output);
 }
 
+/// The same for an output that has been emptied, which takes no memory.
+template <class Output, class... Others>
+void detach_empty(Output& output, const Others&... others)
+{
+    if (((output.block == others.block) || ...)) output.clear_hard();
+}
+
 } // namespace tq4::gridweave

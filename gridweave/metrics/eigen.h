@@ -74,9 +74,9 @@ void normalize_vectors(basis<D>& vectors)
     }
 }
 
-/// Pairs of B x = lambda A x. False when A is not positive definite (a negative definite A passes) or an eigenvalue is infinite or NaN.
-inline bool generalized_eigen_pairs_2d(const tensor<2>& A, const tensor<2>& B, vector_fixed<double, 2>& values, basis<2>& vectors,
-                                       bool normalize)
+/// Pairs of B x = lambda A x, with vectors of length 1. False when A is not positive definite (a negative definite A passes) or an
+/// eigenvalue is infinite or NaN.
+inline bool generalized_eigen_pairs_2d(const tensor<2>& A, const tensor<2>& B, vector_fixed<double, 2>& values, basis<2>& vectors)
 {
     const double a = A[0];
     const double b = A[1];
@@ -100,25 +100,23 @@ inline bool generalized_eigen_pairs_2d(const tensor<2>& A, const tensor<2>& B, v
     values[0] *= scale;
     values[1] *= scale;
     vectors = {e0[0] * root - e0[1] * b, e0[1] * a, e1[0] * root - e1[1] * b, e1[1] * a};
-    if (normalize) normalize_vectors(vectors);
+    normalize_vectors(vectors);
     return true;
 }
 
-/// Pairs of B x = lambda A x. False when A is not positive semidefinite, when an entry of A or B (or of the problem that they reduce to)
-/// is infinite or NaN, or when LAPACK finds no answer. With a zero row in A the result is true and the eigenvalues are infinite or NaN:
-/// the caller examines them.
-bool generalized_eigen_pairs_3d(const tensor<3>& A, const tensor<3>& B, vector_fixed<double, 3>& values, basis<3>& vectors, bool normalize);
+/// Pairs of B x = lambda A x, with vectors of length 1. False when A is not positive semidefinite, when an entry of A or B (or of the
+/// problem that they reduce to) is infinite or NaN, or when LAPACK finds no answer. With a zero row in A the result is true and the
+/// eigenvalues are infinite or NaN: the caller examines them.
+bool generalized_eigen_pairs_3d(const tensor<3>& A, const tensor<3>& B, vector_fixed<double, 3>& values, basis<3>& vectors);
 
-inline bool generalized_eigen_pairs(const tensor<2>& A, const tensor<2>& B, vector_fixed<double, 2>& values, basis<2>& vectors,
-                                    bool normalize)
+inline bool generalized_eigen_pairs(const tensor<2>& A, const tensor<2>& B, vector_fixed<double, 2>& values, basis<2>& vectors)
 {
-    return generalized_eigen_pairs_2d(A, B, values, vectors, normalize);
+    return generalized_eigen_pairs_2d(A, B, values, vectors);
 }
 
-inline bool generalized_eigen_pairs(const tensor<3>& A, const tensor<3>& B, vector_fixed<double, 3>& values, basis<3>& vectors,
-                                    bool normalize)
+inline bool generalized_eigen_pairs(const tensor<3>& A, const tensor<3>& B, vector_fixed<double, 3>& values, basis<3>& vectors)
 {
-    return generalized_eigen_pairs_3d(A, B, values, vectors, normalize);
+    return generalized_eigen_pairs_3d(A, B, values, vectors);
 }
 
 } // namespace tq4::gridweave

@@ -81,7 +81,7 @@ tensor<3> congruence_packed(const tensor<3>& m, const basis<3>& w)
 
 } // namespace
 
-bool generalized_eigen_pairs_3d(const tensor<3>& A, const tensor<3>& B, vector_fixed<double, 3>& values, basis<3>& vectors, bool normalize)
+bool generalized_eigen_pairs_3d(const tensor<3>& A, const tensor<3>& B, vector_fixed<double, 3>& values, basis<3>& vectors)
 {
     if (!all_finite(A) || !all_finite(B)) return false;
     tensor<3> u;
@@ -101,7 +101,7 @@ bool generalized_eigen_pairs_3d(const tensor<3>& A, const tensor<3>& B, vector_f
         vectors(1, k) = w(1, 1) * z(1, k) + w(1, 2) * z(2, k);
         vectors(2, k) = w(2, 2) * z(2, k);
     }
-    if (normalize) normalize_vectors(vectors);
+    normalize_vectors(vectors);
     return true;
 }
 
@@ -129,13 +129,13 @@ bool eigen_pairs(const symmetric_fixed<double, 3>& M, vector_fixed<double, 3>& v
 bool eigen_pairs(const symmetric_fixed<double, 2>& A, const symmetric_fixed<double, 2>& B, vector_fixed<double, 2>& values,
                  matrix_fixed<double, 2, 2>& vectors)
 {
-    return generalized_eigen_pairs_2d(A, B, values, vectors, true);
+    return generalized_eigen_pairs_2d(A, B, values, vectors);
 }
 
 bool eigen_pairs(const symmetric_fixed<double, 3>& A, const symmetric_fixed<double, 3>& B, vector_fixed<double, 3>& values,
                  matrix_fixed<double, 3, 3>& vectors)
 {
-    return generalized_eigen_pairs_3d(A, B, values, vectors, true);
+    return generalized_eigen_pairs_3d(A, B, values, vectors);
 }
 
 namespace

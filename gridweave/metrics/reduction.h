@@ -49,7 +49,7 @@ template <unsigned D>
 bool simultaneous_reduction(const tensor<D>& A, const tensor<D>& B, reduced_pair<D>& pair)
 {
     vector_fixed<double, D> lambda;
-    if (!generalized_eigen_pairs(A, B, lambda, pair.vectors, true))
+    if (!generalized_eigen_pairs(A, B, lambda, pair.vectors))
     {
         pair = {};
         return false;
