@@ -64,6 +64,8 @@ bool move_to_larger(dense1D<T, A>& elements, unsigned room)
 class gradation_heap
 {
 public:
+    gradation_heap() { way_.fill(root); }
+
     bool empty() const { return count_ == 0; }
     unsigned size() const { return count_; }
 
@@ -97,16 +99,14 @@ public:
         }
 
         place hole = root;
-        for (place& passed : way_) passed = hole = descend(hole);
-        for (std::size_t step = way_.size(); step < steps_to_waiting - 1; ++step) hole = descend(hole);
-        // The last step looks at entries into which a waiting hole may have to take one.
-        finish_waiting_in(page_below(hole));
-        hole = descend(hole);
+        for (place& passed : way_)
+        {
+            // The last step looks at entries into which a waiting hole may have to take one.
+            if (&passed == &way_.back()) finish_waiting_in(page_below(hole));
+            passed = hole = descend(hole);
+        }
         // It is seldom that the hole has come too far.
         if (at(parent_of(hole)).rank < last.rank) return rise(hole, last);
-        // What has been inserted of late rose from the end of the heap, and leaves its hole there; the way down is at hand.
-        if (hole.page == guard_of(count_)) return sink_to_end(hole, last);
-
         if (waiting_ == most_waiting) finish_waiting();
         ask_for_page_below(hole);
         is_waiting_[hole.page] = true;
@@ -250,8 +250,8 @@ private:
     }
 
     /// Moves a hole two levels down, or puts `last` into the first place from it on whose children have smaller keys or are missing; false
-    /// then.
-    bool sink(place& hole, const entry& last)
+    /// then. Called, it would pass the place from step to step through memory.
+    [[gnu::always_inline]] bool sink(place& hole, const entry& last)
     {
         const std::size_t below = page_below(hole);
         if (below >= pages_in_use_)
@@ -341,7 +341,7 @@ private:
     unsigned count_ = 0;
     level_places last_level_; ///< the level of the last entry or of the one behind it
 
-    std::array<place, levels_of_risen / 2> way_{root, root}; ///< where the latest removal passed, two levels apart
+    std::array<place, steps_to_waiting> way_; ///< where the latest removal passed, two levels apart
 
     // The removals underway: their holes, all at the waiting level while others are made, the pages of these, and the entries that will
     // fill them.

@@ -62,7 +62,8 @@ public:
         return gradation_of(edge, m0, m1);
     }
 
-    judgement judge(const edge_terms& edge, float& key) const
+    /// What the terms tell. Edges are judged by the dozen with every move, where a call would pass all of it through memory.
+    [[gnu::always_inline]] judgement judge(const edge_terms& edge, float& key) const
     {
         // The gradation is beyond the largest key from here on.
         constexpr double largest_exponent = 89;
@@ -384,7 +385,7 @@ private:
 
     /// Whether the edge at position p of the row of node i, whose metric is `mine`, is above the limit, and the key that it is queued
     /// under.
-    bool is_above(const metric& mine, unsigned i, unsigned p, float& key) const
+    [[gnu::always_inline]] bool is_above(const metric& mine, unsigned i, unsigned p, float& key) const
     {
         const judgement verdict = limit_.judge(field_.terms(mine, i, list_[p], p), key);
         if (verdict != judgement::unsure) return verdict == judgement::above;
