@@ -13,7 +13,6 @@
 
 #include <tq4/gridweave/core.h>
 
-#include "gridweave/core/large_pages.h"
 #include "gridweave/core/prefetch.h"
 
 namespace tq4::gridweave
@@ -42,7 +41,6 @@ bool move_to_larger(dense1D<T, A>& elements, unsigned room)
 {
     dense1D<T, A> larger;
     if (!larger.resize(room)) return false;
-    prefer_large_pages(larger.data(), std::size_t{room} * sizeof(T));
     std::copy(elements.begin(), elements.end(), larger.begin());
     elements = std::move(larger);
     return true;

@@ -16,7 +16,6 @@
 #include <tq4/gridweave/core.h>
 
 #include "gridweave/connectivity/node_graph.h"
-#include "gridweave/core/large_pages.h"
 #include "gridweave/core/points.h"
 #include "gridweave/core/prefetch.h"
 #include "gridweave/core/vector_math.h"
@@ -169,7 +168,6 @@ public:
     bool prepare(const node_graph& graph)
     {
         if (!lengths_.resize(graph.list.size)) return false;
-        prefer_large_pages(lengths_.data(), std::size_t{lengths_.size} * sizeof(double));
         for (unsigned i = 0; i < graph.nodes(); ++i)
         {
             const auto here = pos_[i];
