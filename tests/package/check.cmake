@@ -14,6 +14,9 @@ if(NOT COMPILER)
     find_program(COMPILER NAMES c++ g++ clang++ REQUIRED)
 endif()
 
+# The host is built with what built the library; another generator's program need not be there.
+load_cache("${BUILD_DIR}" READ_WITH_PREFIX library_ CMAKE_GENERATOR CMAKE_MAKE_PROGRAM)
+
 function(run)
     execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT result EQUAL 0)
@@ -32,7 +35,8 @@ if(installed)
     message(FATAL_ERROR "installed, and should not be: ${installed}")
 endif()
 
-run(${CMAKE_COMMAND} -S "${CMAKE_CURRENT_LIST_DIR}" -B "${scratch}/host" "-DCMAKE_PREFIX_PATH=${prefix}" "-DCMAKE_CXX_COMPILER=${COMPILER}"
+run(${CMAKE_COMMAND} -S "${CMAKE_CURRENT_LIST_DIR}" -B "${scratch}/host" -G "${library_CMAKE_GENERATOR}"
+    "-DCMAKE_MAKE_PROGRAM=${library_CMAKE_MAKE_PROGRAM}" "-DCMAKE_PREFIX_PATH=${prefix}" "-DCMAKE_CXX_COMPILER=${COMPILER}"
     "-DCMAKE_CXX_FLAGS=${FLAGS}" -DCMAKE_BUILD_TYPE=Release)
 run(${CMAKE_COMMAND} --build "${scratch}/host")
 run("${scratch}/host/host")
