@@ -234,8 +234,10 @@ TQ4_GRIDWEAVE_API int metrics_gen_iso(const dense2D<double>& pos, const dense2D<
 /// The cost is that of the moves, each of which measures and queues the edges of one node again: the sum over all moves of degree times
 /// log(queue length). Nothing but the field itself bounds their number, and nothing caps it. Sizes that jump at random over three orders of
 /// magnitude on n nodes take some 5 n moves under direction 0 or 1 and 1.5 n under -1, tensors 10 n; 20 small places in a wide field take
-/// 9 n under -1, since the waves around them overtake each other. Nodes beside frozen ones cost some 20 trials per move. Beside the node
-/// graph the queue takes 16 bytes per entry, up to twice the edges above the limit per move, and a field of sizes 8 per edge and direction.
+/// 9 n under -1, since the waves around them overtake each other. Nodes beside frozen ones cost some 20 trials per move. Among invalid
+/// tensors one of next to nothing (entries of 1e-160 and below) may creep by roundings, billions of moves long: ask `are_valid_metrics`
+/// first where a field comes from outside. Beside the node graph the queue takes 8 bytes per entry, of which there are up to twice the
+/// edges above the limit per move, and 16 more for each that may come to something; a field of sizes takes 8 per edge and direction.
 ///
 /// @param pos             coordinates, 2 or 3 rows × nodes
 /// @param connectivity    nodes of an element × elements
