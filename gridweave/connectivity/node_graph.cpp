@@ -4,6 +4,7 @@
 
 #include <tq4/gridweave/connectivity.h>
 
+#include "gridweave/core/prefetch.h"
 #include "gridweave/core/rows.h"
 #include "gridweave/core/storage.h"
 
@@ -118,7 +119,7 @@ void walk_graph(const dense2D<unsigned>& connectivity, Rows rows, const dense1D<
         const unsigned end = starts[node + 1];
         for (unsigned k = starts[node]; k < end; ++k)
         {
-            __builtin_prefetch(columns + step * elements[std::min(k + fetched_ahead, last)]);
+            prefetch(columns + step * elements[std::min(k + fetched_ahead, last)]);
             const unsigned* const column = columns + step * elements[k];
             for (unsigned r = 0; r < rows; ++r)
             {

@@ -6,6 +6,7 @@
 #include "gridweave/connectivity/boundaries.h"
 #include "gridweave/core/bits.h"
 #include "gridweave/core/kinds.h"
+#include "gridweave/core/prefetch.h"
 #include "gridweave/core/rows.h"
 #include "gridweave/core/storage.h"
 
@@ -32,7 +33,7 @@ void search_all(const dense2D<unsigned>& neighbors, Rows sides, bit_vector& reac
         queue[end++] = start;
         for (; next < end; ++next)
         {
-            if (end - next > fetched_ahead) __builtin_prefetch(links + step * queue[next + fetched_ahead]);
+            if (end - next > fetched_ahead) prefetch(links + step * queue[next + fetched_ahead]);
             const unsigned* const column = links + step * queue[next];
             for (unsigned side = 0; side < sides; ++side)
             {

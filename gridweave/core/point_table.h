@@ -8,6 +8,8 @@
 
 #include <tq4/gridweave/core.h>
 
+#include "gridweave/core/prefetch.h"
+
 namespace tq4::gridweave
 {
 
@@ -43,7 +45,7 @@ public:
     void prefetch(std::uint64_t hash_of_x) const
     {
 #if defined(__GNUC__)
-        __builtin_prefetch(&ids_[static_cast<unsigned>(hash_of_x >> shift_)]);
+        gridweave::prefetch(&ids_[static_cast<unsigned>(hash_of_x >> shift_)]);
 #endif
     }
 

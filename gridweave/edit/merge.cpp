@@ -10,6 +10,7 @@
 #include "gridweave/core/bits.h"
 #include "gridweave/core/distinct.h"
 #include "gridweave/core/points.h"
+#include "gridweave/core/prefetch.h"
 #include "gridweave/search/node_tree.h"
 
 namespace tq4::gridweave
@@ -163,7 +164,7 @@ public:
     std::uint64_t approach(unsigned node) const
     {
         const std::uint64_t hash = hash_of(cell_of(points_[node]));
-        __builtin_prefetch(slots_.data() + first_slot(hash));
+        gridweave::prefetch(slots_.data() + first_slot(hash));
         return hash;
     }
 

@@ -270,7 +270,7 @@ private:
     /// Asks memory for the coordinates of some nodes that are built in soon.
     void ask_for_upcoming(unsigned count)
     {
-        for (; count != 0 && upcoming_ != end_of_upcoming_; --count) __builtin_prefetch(base_ + step_ * *upcoming_++);
+        for (; count != 0 && upcoming_ != end_of_upcoming_; --count) prefetch(base_ + step_ * *upcoming_++);
     }
 
     void set_record(unsigned r, unsigned node);

@@ -12,6 +12,8 @@
 #include <tq4/gridweave/core.h>
 #include <tq4/numcore/fixed.h>
 
+#include "gridweave/core/prefetch.h"
+
 namespace tq4::gridweave
 {
 
@@ -184,8 +186,8 @@ private:
         void ask_for(const link& to) const
         {
             if (!to.exists() || !to.is_group()) return; // other children stand beside their parents
-            __builtin_prefetch(nodes + to.record());
-            if (!to.is_run()) __builtin_prefetch(all_children + to.record());
+            prefetch(nodes + to.record());
+            if (!to.is_run()) prefetch(all_children + to.record());
         }
 
         void ask_for(const children& ways) const
@@ -200,7 +202,7 @@ private:
             if (!to.is_group()) return;
             for (const unsigned* member = nodes + to.record();; ++member)
             {
-                __builtin_prefetch(coordinates_of(without_mark(*member)));
+                prefetch(coordinates_of(without_mark(*member)));
                 if ((*member & last_mark) != 0) return;
             }
         }
