@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <numeric>
 
 #include <tq4/gridweave/search.h>
 
@@ -101,11 +100,11 @@ void node_detector::clear()
 }
 
 template <unsigned D>
-bool node_detector::build(node_tree<D>*& tree, const dense2D<double>& coords, const dense1D<unsigned>& ids)
+bool node_detector::build(node_tree<D>*& tree, const dense2D<double>& coords, const node_list& nodes)
 {
     tree = new (std::nothrow) node_tree<D>(coords);
     unsigned added = 0;
-    if (tree && tree->insert(ids, added)) return true;
+    if (tree && tree->insert(nodes, added)) return true;
     clear();
     return false;
 }
@@ -115,10 +114,9 @@ int node_detector::reinit(const dense2D<double>& coords)
     clear();
     if (coords.rows != 2 && coords.rows != 3) return -1;
 
-    dense1D<unsigned> all;
-    if (!all.resize(coords.cols)) return out_of_memory;
-    std::iota(all.begin(), all.end(), 0u);
-    return reinit(coords, all);
+    const auto all = node_list::columns(coords.cols);
+    const bool built = coords.rows == 2 ? build(planar_, coords, all) : build(spatial_, coords, all);
+    return built ? 0 : out_of_memory;
 }
 
 int node_detector::reinit(const dense2D<double>& coords, const dense1D<unsigned>& ids)

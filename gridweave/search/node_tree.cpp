@@ -30,19 +30,15 @@ void shuffle(dense1D<unsigned>& list)
 }
 
 /// True when all entries are below `upper` and no two are equal. A shortage of memory answers false too.
-bool are_distinct(const dense1D<unsigned>& ids, unsigned upper)
+bool are_distinct(const node_list& nodes, unsigned upper)
 {
+    if (nodes.are_columns()) return true;
     // More marks than that cost more than what the answer saves.
-    if (upper / 64 > ids.size) return false;
+    if (upper / 64 > nodes.size) return false;
     bit_vector seen;
     if (!seen.reset(upper)) return false;
-    return std::all_of(ids.begin(), ids.end(), [&](unsigned id) { return id < upper && !seen.test_and_set(id); });
-}
-
-bool is_identity(const dense1D<unsigned>& list)
-{
-    for (unsigned i = 0; i < list.size; ++i)
-        if (list[i] != i) return false;
+    for (unsigned i = 0; i < nodes.size; ++i)
+        if (nodes[i] >= upper || seen.test_and_set(nodes[i])) return false;
     return true;
 }
 
@@ -68,7 +64,7 @@ public:
     bool reserve(unsigned count) { return guides_.resize(2 * count + 1) && places_.resize(count + 1); }
 
     /// Inserts the first `count` nodes of the order one by one. False when they make a long chain.
-    bool plant(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, unsigned count)
+    bool plant(const node_list& natural, const dense1D<unsigned>& order, unsigned count)
     {
         count_ = count;
         guides_[0] = {coordinates_of(natural[order[0]])[0], {count, count}};
@@ -126,12 +122,12 @@ public:
 
     /// Finds the place that each node arrives at. In the order of the list, which is mostly the order of memory, and several walks side by
     /// side, which hide each other's latency.
-    void send(const dense1D<unsigned>& natural, dense1D<place_number>& places) const
+    void send(const node_list& natural, dense1D<place_number>& places) const
     {
         constexpr unsigned lanes = 8;
         unsigned first = 0;
-        for (; natural.size - first >= lanes; first += lanes) send_together<lanes>(natural.data() + first, places.data() + first);
-        for (; first < natural.size; ++first) send_together<1>(natural.data() + first, places.data() + first);
+        for (; natural.size - first >= lanes; first += lanes) send_together<lanes>(natural, first, places.data() + first);
+        for (; first < natural.size; ++first) send_together<1>(natural, first, places.data() + first);
     }
 
     const empty_place& place(unsigned p) const { return places_[p]; }
@@ -149,12 +145,12 @@ private:
     const double* coordinates_of(unsigned node) const { return base_ + step_ * node; }
 
     template <unsigned Lanes>
-    void send_together(const unsigned* nodes, place_number* places) const
+    void send_together(const node_list& natural, unsigned first, place_number* places) const
     {
         const guide* const guides = guides_.data();
         const double* x[Lanes];
         unsigned at[Lanes] = {};
-        for (unsigned l = 0; l < Lanes; ++l) x[l] = coordinates_of(nodes[l]);
+        for (unsigned l = 0; l < Lanes; ++l) x[l] = coordinates_of(natural[first + l]);
         unsigned lowest = 0;
         for (unsigned axis = 0; lowest < count_; axis = axis + 1 == D ? 0 : axis + 1)
         {
@@ -199,7 +195,7 @@ public:
 
     /// `natural` holds distinct valid nodes; `order` their positions in the order of insertion. False when memory runs out; the records
     /// are then to be unlinked again. `refused_last` tells whether the last node was in the tree already.
-    bool insert(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, bool& refused_last);
+    bool insert(const node_list& natural, const dense1D<unsigned>& order, bool& refused_last);
 
     unsigned deepest() const { return deepest_; }
 
@@ -282,7 +278,7 @@ private:
     void build(batch here);
     void build_run(const batch& set);
     void route(bool& refused_last, unsigned last_node);
-    bool build_in_buckets(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, bool& done);
+    bool build_in_buckets(const node_list& natural, const dense1D<unsigned>& order, bool& done);
 
     tree& tree_;
     const double* base_;
@@ -488,7 +484,7 @@ void tree_growth<D>::route(bool& refused_last, unsigned last_node)
 /// Builds a large tree: the first nodes make a small tree that stays in the cache, all others are sent through it, and what arrives at each
 /// of its empty places is built by itself. `done` comes out false when the first nodes make no good tree.
 template <unsigned D>
-bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, bool& done)
+bool tree_growth<D>::build_in_buckets(const node_list& natural, const dense1D<unsigned>& order, bool& done)
 {
     constexpr unsigned nodes_per_bucket = 512;
     constexpr unsigned most_buckets = 4096;
@@ -520,8 +516,8 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
     const unsigned largest = *std::max_element(starts.begin(), starts.end());
     for (unsigned p = 0; p < nbr_places; ++p) starts[p + 1] += starts[p];
     for (unsigned i = top; i < count; ++i) gathered[starts[places[order[i]]]++] = order[i];
-    // A second look-up at random, which a list of all nodes in their order does without.
-    if (!is_identity(natural))
+    // A second look-up at random, which the columns in their order do without.
+    if (!natural.are_columns())
         for (unsigned& entry : gathered) entry = natural[entry];
 
     if (!elements_.resize(largest) || !lefts_.resize(largest)) return false;
@@ -544,7 +540,7 @@ bool tree_growth<D>::build_in_buckets(const dense1D<unsigned>& natural, const de
 }
 
 template <unsigned D>
-bool tree_growth<D>::insert(const dense1D<unsigned>& natural, const dense1D<unsigned>& order, bool& refused_last)
+bool tree_growth<D>::insert(const node_list& natural, const dense1D<unsigned>& order, bool& refused_last)
 {
     refused_last = false;
     if (!tree_.reserve(natural.size)) return false;
@@ -749,7 +745,7 @@ bool node_tree<D>::insert_one(unsigned id, unsigned& added)
 }
 
 template <unsigned D>
-bool node_tree<D>::insert(const dense1D<unsigned>& ids, unsigned& added)
+bool node_tree<D>::insert(const node_list& nodes, unsigned& added)
 {
     // Below that the preparations for a set cost more than walks from the root.
     constexpr unsigned few = 32;
@@ -761,7 +757,7 @@ bool node_tree<D>::insert(const dense1D<unsigned>& ids, unsigned& added)
 
     const unsigned former_size = nodes_.size;
     const bool former_spare = spare_;
-    const bool done = ids.size <= few ? insert_each(ids, added) : insert_all(ids, added);
+    const bool done = nodes.size <= few ? insert_each(nodes, added) : insert_all(nodes, added);
     if (!done)
     {
         unlink_from(former_size);
@@ -772,29 +768,30 @@ bool node_tree<D>::insert(const dense1D<unsigned>& ids, unsigned& added)
 }
 
 template <unsigned D>
-bool node_tree<D>::insert_each(const dense1D<unsigned>& ids, unsigned& added)
+bool node_tree<D>::insert_each(const node_list& nodes, unsigned& added)
 {
     dense1D<unsigned> shuffled;
-    if (!shuffled.copy(ids)) return false;
+    if (!shuffled.resize(nodes.size)) return false;
+    for (unsigned i = 0; i < nodes.size; ++i) shuffled[i] = nodes[i];
     shuffle(shuffled);
     return std::all_of(shuffled.begin(), shuffled.end(), [&](unsigned id) { return insert_one(id, added); });
 }
 
 template <unsigned D>
-bool node_tree<D>::insert_all(const dense1D<unsigned>& ids, unsigned& added)
+bool node_tree<D>::insert_all(const node_list& nodes, unsigned& added)
 {
     dense1D<unsigned> order;
-    if (!order.resize(ids.size)) return false;
+    if (!order.resize(nodes.size)) return false;
     std::iota(order.begin(), order.end(), 0u);
     shuffle(order);
-    if (are_distinct(ids, coords_->cols)) return insert_distinct(ids, order, false, added);
+    if (are_distinct(nodes, coords_->cols)) return insert_distinct(nodes, order, false, added);
 
     // The list in the order of insertion, without what is skipped and what comes again.
     dense1D<unsigned> valid;
     dense1D<unsigned> distinct;
-    if (!valid.reserve(ids.size, 1) || !distinct.reserve(ids.size, 1)) return false;
+    if (!valid.reserve(nodes.size, 1) || !distinct.reserve(nodes.size, 1)) return false;
     for (const unsigned place : order)
-        if (ids[place] < coords_->cols) valid.push_back(ids[place]);
+        if (nodes[place] < coords_->cols) valid.push_back(nodes[place]);
     if (!visit_distinct(list_entries{valid}, dense1D<unsigned>(), [&](unsigned id) { distinct.push_back(id); })) return false;
     if (valid.empty()) return true;
 
@@ -807,17 +804,17 @@ bool node_tree<D>::insert_all(const dense1D<unsigned>& ids, unsigned& added)
 
 /// Inserts valid nodes of which no two are equal. `repeats_last` tells that a node of the list came again after all of them.
 template <unsigned D>
-bool node_tree<D>::insert_distinct(const dense1D<unsigned>& ids, const dense1D<unsigned>& order, bool repeats_last, unsigned& added)
+bool node_tree<D>::insert_distinct(const node_list& nodes, const dense1D<unsigned>& order, bool repeats_last, unsigned& added)
 {
     const unsigned former_size = nodes_.size;
     tree_growth<D> growth(*this);
     bool refused_last = false;
-    if (!growth.insert(ids, order, refused_last)) return false;
+    if (!growth.insert(nodes, order, refused_last)) return false;
     const unsigned deepest = std::max(deepest_, growth.deepest());
     if (!note_parents(deepest)) return false;
 
     deepest_ = deepest;
-    largest_node_ = std::max(largest_node_, max_ID(ids));
+    largest_node_ = std::max(largest_node_, nodes.largest());
     spare_ = repeats_last || refused_last;
     added = nodes_.size - former_size;
     return true;

@@ -6,6 +6,7 @@
 // search trees used for associative searching", 1975). The shape of the tree follows from the insertion order alone, and the order of box
 // results and the choice among equally close nodes follow from the shape; where a record stands in memory is free.
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -16,6 +17,28 @@
 
 namespace tq4::gridweave
 {
+
+/// Nodes to insert: those of a list, or all columns of a matrix in their order, which take no memory.
+class node_list
+{
+public:
+    node_list(const dense1D<unsigned>& listed) : size(listed.size), listed_(listed.data()) {} // NOLINT(google-explicit-constructor)
+
+    static node_list columns(unsigned count) { return node_list(count); }
+
+    unsigned operator[](unsigned i) const { return listed_ ? listed_[i] : i; }
+
+    bool are_columns() const { return listed_ == nullptr; }
+
+    unsigned largest() const { return listed_ ? *std::max_element(listed_, listed_ + size) : size - 1; }
+
+    unsigned size;
+
+private:
+    explicit node_list(unsigned nbr_columns) : size(nbr_columns), listed_(nullptr) {}
+
+    const unsigned* listed_;
+};
 
 template <unsigned D>
 class node_tree
@@ -32,10 +55,10 @@ public:
     /// Makes this tree a separate duplicate over the same coordinates. False, with nothing changed, when memory runs out.
     bool copy(const node_tree& other);
 
-    /// Inserts the shuffled list; nodes that are there already and indices beyond the columns are passed over. `added` gets the number
-    /// of nodes linked: none where the matrix lacks an axis or does not hold the nodes of the tree any more. False, with the tree as it
-    /// was, when memory runs out.
-    bool insert(const dense1D<unsigned>& ids, unsigned& added);
+    /// Inserts the nodes in the shuffled order; nodes that are there already and indices beyond the columns are passed over. `added` gets
+    /// the number of nodes linked: none where the matrix lacks an axis or does not hold the nodes of the tree any more. False, with the
+    /// tree as it was, when memory runs out.
+    bool insert(const node_list& nodes, unsigned& added);
 
     const dense2D<double>& coords() const { return *coords_; }
 
@@ -218,9 +241,9 @@ private:
     template <class Visitor, class Pending>
     void walk_box(const point& low, const point& high, Visitor& visit, Pending&& later) const;
 
-    bool insert_each(const dense1D<unsigned>& ids, unsigned& added);
-    bool insert_all(const dense1D<unsigned>& ids, unsigned& added);
-    bool insert_distinct(const dense1D<unsigned>& ids, const dense1D<unsigned>& order, bool repeats_last, unsigned& added);
+    bool insert_each(const node_list& nodes, unsigned& added);
+    bool insert_all(const node_list& nodes, unsigned& added);
+    bool insert_distinct(const node_list& nodes, const dense1D<unsigned>& order, bool repeats_last, unsigned& added);
     bool insert_one(unsigned id, unsigned& added);
     bool reserve(unsigned count);
     unsigned append(unsigned node);

@@ -278,6 +278,23 @@ TEST(NodeDetector, AgreesWithThePlainTree)
             }
 }
 
+TEST(NodeDetector, AgreesWhereManyNodesOfALargeCloudShareAPlace)
+{
+    for (const unsigned rows : {2u, 3u})
+        for (const unsigned crowd : {500u, 1500u, 4000u})
+        {
+            auto pos = test::random_points(rows, 12000, crowd);
+            for (unsigned c = 0; c < crowd; ++c)
+                for (unsigned k = 0; k < rows; ++k) pos(k, 3 * c) = 0.5;
+            node_detector detector(pos);
+            test::reference_tree reference(pos);
+            reference.insert(all_of(pos));
+            expect_same_answers(detector, reference, pos, 50, crowd);
+            EXPECT_EQ(closest(detector, std::vector<double>(rows, 0.5)), reference.closest(std::vector<double>(rows, 0.5), none_index));
+            if (::testing::Test::HasFatalFailure()) FAIL() << rows << " rows, " << crowd << " at one place";
+        }
+}
+
 TEST(NodeDetector, AgreesOnListsWithRepeatsNoneAndLaterInsertions)
 {
     for (std::uint32_t seed = 1; seed <= 120; ++seed)
