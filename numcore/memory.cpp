@@ -25,12 +25,11 @@ void prefer_huge_pages([[maybe_unused]] void* block, [[maybe_unused]] std::size_
 {
 #if defined(__linux__)
     constexpr std::uintptr_t huge_page = 1u << 21;
-    constexpr std::size_t least_bytes = 2 * huge_page;
 
-    if (bytes < least_bytes) return;
     // Only pages that lie in the block as a whole are spoken of: what stands next to it is not ours.
     const auto address = reinterpret_cast<std::uintptr_t>(block);
     const std::size_t before = (huge_page - address % huge_page) % huge_page;
+    if (bytes < before + huge_page) return;
     const std::size_t whole = (bytes - before) / huge_page * huge_page;
     const int saved = errno;
     madvise(static_cast<unsigned char*>(block) + before, whole, MADV_HUGEPAGE);
