@@ -42,12 +42,7 @@ public:
     }
 
     /// Brings the slot of a point into the cache, for a lookup that follows soon.
-    void prefetch(std::uint64_t hash_of_x) const
-    {
-#if defined(__GNUC__)
-        gridweave::prefetch(&ids_[static_cast<unsigned>(hash_of_x >> shift_)]);
-#endif
-    }
+    void prefetch(std::uint64_t hash_of_x) const { gridweave::prefetch(&ids_[static_cast<unsigned>(hash_of_x >> shift_)]); }
 
     /// The id that was entered first for a point equal to `x`; when there is none, `id` is entered and returned. `point_of(id)` points at
     /// the coordinates of an id that was entered.

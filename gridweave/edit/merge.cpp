@@ -164,7 +164,7 @@ public:
     std::uint64_t approach(unsigned node) const
     {
         const std::uint64_t hash = hash_of(cell_of(points_[node]));
-        gridweave::prefetch(slots_.data() + first_slot(hash));
+        prefetch(slots_.data() + first_slot(hash));
         return hash;
     }
 

@@ -39,6 +39,26 @@ void append_box(const node_tree<D>& tree, const vector_fixed<double, D>& low, co
     tree.visit_box(low, high, [&](unsigned node) { found.push_back(node); });
 }
 
+/// A tree of nodes over the matrix, or null where memory runs out.
+template <unsigned D>
+node_tree<D>* grow(const dense2D<double>& coords, const node_list& nodes)
+{
+    std::unique_ptr<node_tree<D>> tree(new (std::nothrow) node_tree<D>(coords));
+    unsigned added = 0;
+    if (!tree || !tree->insert(nodes, added)) return nullptr;
+    return tree.release();
+}
+
+/// What a `reinit` ends with: the tree for the rows of the matrix in place of two null pointers.
+int fill(node_tree<2>*& planar, node_tree<3>*& spatial, const dense2D<double>& coords, const node_list& nodes)
+{
+    if (coords.rows == 2)
+        planar = grow<2>(coords, nodes);
+    else
+        spatial = grow<3>(coords, nodes);
+    return planar || spatial ? 0 : out_of_memory;
+}
+
 /// A duplicate of a tree, or null where memory runs out.
 template <unsigned D>
 node_tree<D>* duplicate(const node_tree<D>& tree)
@@ -99,24 +119,11 @@ void node_detector::clear()
     spatial_ = nullptr;
 }
 
-template <unsigned D>
-bool node_detector::build(node_tree<D>*& tree, const dense2D<double>& coords, const node_list& nodes)
-{
-    tree = new (std::nothrow) node_tree<D>(coords);
-    unsigned added = 0;
-    if (tree && tree->insert(nodes, added)) return true;
-    clear();
-    return false;
-}
-
 int node_detector::reinit(const dense2D<double>& coords)
 {
     clear();
     if (coords.rows != 2 && coords.rows != 3) return -1;
-
-    const auto all = node_list::columns(coords.cols);
-    const bool built = coords.rows == 2 ? build(planar_, coords, all) : build(spatial_, coords, all);
-    return built ? 0 : out_of_memory;
+    return fill(planar_, spatial_, coords, node_list::columns(coords.cols));
 }
 
 int node_detector::reinit(const dense2D<double>& coords, const dense1D<unsigned>& ids)
@@ -125,8 +132,7 @@ int node_detector::reinit(const dense2D<double>& coords, const dense1D<unsigned>
     if (!check_IDs(ids, coords.cols)) return -2;
 
     clear();
-    const bool built = coords.rows == 2 ? build(planar_, coords, ids) : build(spatial_, coords, ids);
-    return built ? 0 : out_of_memory;
+    return fill(planar_, spatial_, coords, ids);
 }
 
 int node_detector::reinit(const dense2D<double>& coords, const dense2D<unsigned>& connectivity)

@@ -18,7 +18,7 @@
 namespace tq4::gridweave
 {
 
-/// Nodes to insert: those of a list, or all columns of a matrix in their order, which take no memory.
+/// Nodes to insert: a view of a list, or all columns of a matrix in their order, which take no memory. An empty list is no columns.
 class node_list
 {
 public:

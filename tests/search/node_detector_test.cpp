@@ -278,6 +278,25 @@ TEST(NodeDetector, AgreesWithThePlainTree)
             }
 }
 
+TEST(NodeDetector, AgreesOnLargeListsInAnyOrder)
+{
+    constexpr unsigned count = 18000;
+    const auto pos = test::random_points(3, count, 5);
+    dense1D<unsigned> falling(count);
+    dense1D<unsigned> odd(count / 2);
+    for (unsigned c = 0; c < count; ++c) falling[c] = count - 1 - c;
+    for (unsigned k = 0; k < odd.size; ++k) odd[k] = 2 * k + 1;
+    for (const auto& ids : {all_of(pos), falling, odd})
+    {
+        const node_detector detector(pos, ids);
+        test::reference_tree reference(pos);
+        reference.insert(ids);
+        EXPECT_EQ(detector.size(), ids.size);
+        expect_same_answers(detector, reference, pos, 100, ids[0]);
+        if (HasFatalFailure()) FAIL() << ids.size << " from " << ids[0];
+    }
+}
+
 TEST(NodeDetector, AgreesWhereManyNodesOfALargeCloudShareAPlace)
 {
     for (const unsigned rows : {2u, 3u})

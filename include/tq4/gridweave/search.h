@@ -13,7 +13,6 @@ namespace gridweave
 
 template <unsigned D>
 class node_tree;
-class node_list;
 
 /// Proximity questions over a chosen subset of the columns of a coordinate matrix: the node closest to a point or to another node, and the
 /// nodes in an axis-aligned box.
@@ -98,9 +97,6 @@ public:
     void clear();
 
 private:
-    template <unsigned D>
-    bool build(node_tree<D>*& tree, const dense2D<double>& coords, const node_list& nodes);
-
     // At most one of them is not null.
     node_tree<2>* planar_ = nullptr;
     node_tree<3>* spatial_ = nullptr;
